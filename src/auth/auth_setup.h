@@ -1,0 +1,16 @@
+// Creation of the mail authentication database and of its key, their owners and modes, and detection of the style.
+#pragma once
+
+#include <sys/types.h>
+
+/// 1 for postfix, 0 for qmail, by the panel's own feature list; -1, logged, when that does not tell.
+int mailAuthDBDetectStyle();
+/// Creates database and key anew (existing ones are replaced) and sets owners and modes. 0 or -1.
+int mailAuthDBInitStyle(int style);
+/// Creates the database anew. 0 or -1.
+int mailAuthDBInit();
+/// Creates a new random key; every stored password becomes unreadable. 0 or -1.
+int mailAuthKeyInit();
+/// Owner and mode of the database's directory, then of the database. 0 or -1.
+int mailAuthDBSetAccess(uid_t owner, gid_t group, mode_t mode, uid_t dir_owner, gid_t dir_group, mode_t dir_mode);
+int mailAuthKeySetAccess(uid_t owner, gid_t group, mode_t mode);

@@ -1,0 +1,56 @@
+// Owners of file descriptors and pipes. They close in their destructors and say so when that fails: a descriptor that
+// cannot be closed is reported instead of lost, unless another exception is already on its way.
+#pragma once
+
+namespace kavro {
+
+/// One descriptor, or none (-1). Move-only.
+class FdOwner {
+public:
+    FdOwner() noexcept = default;
+    explicit FdOwner(int fd) noexcept : fd_(fd) {}
+    FdOwner(FdOwner&& other) noexcept : fd_(other.release()) {}
+    /// Closes what it holds without throwing, then takes over.
+    FdOwner& operator=(FdOwner&& other) noexcept;
+    FdOwner(const FdOwner&) = delete;
+    FdOwner& operator=(const FdOwner&) = delete;
+    /// Throws SystemError("close") unless an exception is propagating; then errno is kept.
+    ~FdOwner() noexcept(false);
+
+    int get() const noexcept { return fd_; }
+    bool empty() const noexcept { return fd_ == -1; }
+    /// Gives the descriptor up to the caller.
+    int release() noexcept;
+    /// Closes; the owner is empty afterwards in every case. Throws SystemError("close").
+    void close();
+    /// Closes without throwing; returns close(2)'s result, 0 for an empty owner.
+    int close_nothrow() noexcept;
+
+private:
+    int fd_ = -1;
+};
+
+/// Both ends of a pipe. Closes the write end first.
+class PipeOwner {
+public:
+    PipeOwner() noexcept = default;
+    PipeOwner(PipeOwner&&) noexcept = default;
+    PipeOwner& operator=(PipeOwner&&) noexcept = default;
+    /// Throws SystemError("pipe read-end close") or SystemError("close") unless an exception is propagating.
+    ~PipeOwner() noexcept(false);
+
+    /// Makes a pipe, both ends close-on-exec. Throws SystemError(tag).
+    void create(const char* tag);
+
+    FdOwner& readEnd() noexcept { return read_; }
+    FdOwner& writeEnd() noexcept { return write_; }
+
+private:
+    FdOwner read_;
+    FdOwner write_;
+};
+
+/// Sets O_NONBLOCK. Throws SystemError(tag).
+void setNonBlocking(int fd, const char* tag);
+
+}  // namespace kavro

@@ -1,0 +1,52 @@
+// One child process, started by fork and exec. Whatever fails in the child before the new program takes over comes
+// back through a control pipe and is thrown in the parent.
+#pragma once
+
+#include <sys/types.h>
+
+#include <boost/function.hpp>
+
+#include "process/descriptors.h"
+
+namespace kavro::process {
+
+/// Child side of the launch protocol: writes "ET: " and the type, "EM: " and the message, each text with its NUL.
+/// Does nothing for a negative descriptor. Uses neither memory allocation nor streams (safe in a forked child).
+void writeException(int fd, const char* type, const char* message);
+
+/// Starts a child in its constructor. The destructor closes descriptors; it neither waits for the child nor signals it.
+class ProcessLaunch {
+public:
+    static constexpr int INHERIT = -2;   ///< the child keeps the parent's stream
+    static constexpr int DEV_NULL = -3;  ///< the child gets /dev/null
+    static constexpr int PIPE = -4;      ///< a new pipe; this object keeps the parent's end
+
+    /// Forks. `argv` and `envp` are NULL-terminated (`envp` null: inherit), `cwd` null keeps the working directory.
+    /// `closeDescriptors` closes everything above 2 in the child, `searchPath` looks `path` up in PATH, `beforeExec`
+    /// runs in the child last of all; what it throws is reported by waitExec(). Each stream argument is a descriptor
+    /// of the caller's, which stays open, or a selector. Throws SystemError, std::invalid_argument for a bad selector.
+    ProcessLaunch(const char* const* argv, const char* path, const char* cwd, const char* const* envp,
+                  bool closeDescriptors, bool searchPath, bool callSetsid, const boost::function<void()>& beforeExec,
+                  int stdinFd, int stdoutFd, int stderrFd);
+    ProcessLaunch(const ProcessLaunch&) = delete;
+    ProcessLaunch& operator=(const ProcessLaunch&) = delete;
+
+    /// Waits until the child runs its program; throws what the child reported instead.
+    void waitExec();
+    /// Reaps the child; returns the raw wait status. Throws SystemError.
+    int waitExit();
+
+    pid_t pid() const noexcept { return pid_; }
+    FdOwner& stdinPipe() noexcept { return stdin_; }    ///< write end, with PIPE
+    FdOwner& stdoutPipe() noexcept { return stdout_; }  ///< read end, with PIPE
+    FdOwner& stderrPipe() noexcept { return stderr_; }  ///< read end, with PIPE
+
+private:
+    pid_t pid_ = -1;
+    FdOwner stdin_;
+    FdOwner stdout_;
+    FdOwner stderr_;
+    PipeOwner control_;
+};
+
+}  // namespace kavro::process

@@ -1,0 +1,51 @@
+// The mail storage tree: one directory per domain, one home per mailname, each with its Maildir. The one class that
+// knows paths, owners and modes of that tree.
+#pragma once
+
+#include <sys/types.h>
+
+#include <boost/filesystem.hpp>
+#include <string>
+
+namespace kavro::mail {
+
+/// What becomes of storage when its owner is removed.
+enum class OnRemoval : int { Keep = 0, Remove = 1, Backup = 2 };
+
+/// Holds uid and gid of the mail user. One instance per process, shared with MaildirPPManager. A domain or mailname
+/// with "/" or equal to "." or ".." is refused with std::runtime_error before it becomes part of a path.
+class MaildirManager {
+public:
+    /// The shared instance; looks the mail user up anew. Throws SystemError when there is no such user.
+    static MaildirManager& getInstance();
+    void init();
+
+    std::string getDomainRelativeRoot(const std::string& domain);
+    boost::filesystem::path getDomainRoot(const std::string& domain);
+    std::string getMailnameRelativeHome(const std::string& domain, const std::string& mailname);
+    boost::filesystem::path getMailnameHome(const std::string& domain, const std::string& mailname);
+    std::string getMailnameRelativeMaildir(const std::string& domain, const std::string& mailname);
+
+    void createDomainRoot(const std::string& domain);
+    void createMailnameHome(const std::string& domain, const std::string& mailname);
+    /// Refuses an existing target, also an empty one: a live domain is never replaced.
+    void renameDomainRoot(const std::string& oldDomain, const std::string& newDomain);
+    void renameMailnameHome(const std::string& domain, const std::string& oldMailname, const std::string& newMailname);
+    void backupDomainRoot(const std::string& domain);
+    void backupMailnameHome(const std::string& domain, const std::string& mailname);
+    void removeDomainRoot(const std::string& domain);
+    void removeMailnameHome(const std::string& domain, const std::string& mailname);
+
+protected:
+    MaildirManager() = default;
+
+private:
+    uid_t uid_ = 0;
+    gid_t gid_ = 0;
+};
+
+/// Moves a directory aside under a name that its inode number makes unique. True with an empty `backup` when there is
+/// nothing to move; false, with errno, when the source cannot be examined; Boost's exception when the rename fails.
+bool backupRename(const boost::filesystem::path& source, boost::filesystem::path& backup);
+
+}  // namespace kavro::mail

@@ -1,0 +1,10 @@
+// The fixed ASCII rules for mailnames, domain names and addresses; ASCII lower-casing.
+#pragma once
+
+/// Each answers 1 for valid, 0 for invalid; null is invalid.
+int is_mailname_valid(const char* name);     ///< local part, 1 to 245 bytes
+int is_domain_name_valid(const char* name);  ///< 1 to 255 bytes, labels of 1 to 63
+int is_full_mailname_valid(const char* address);
+
+/// Lower-cases ASCII letters in place; returns its argument.
+char* ascii_lower(char* text);

@@ -1,0 +1,71 @@
+// SQLite access for both databases: a connection and a statement that clean up after themselves, and the one busy
+// handling. SQLite waits 50 ms by itself; beyond that a call is repeated for as long as the database is busy, after a
+// sleep that grows by 10 microseconds each time.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <string>
+
+namespace kavro {
+
+/// Stands in for SQLite's text when there is no connection. Kept: callers match this text.
+inline constexpr const char* kGeneralDbError = "general DB errror";
+
+/// An open database, or none. Not copyable. The destructor finalises what is left and closes, however long it takes.
+class SqliteConnection {
+public:
+    enum class Access { kReadOnly, kReadWriteCreate };
+
+    SqliteConnection() = default;
+    SqliteConnection(const SqliteConnection&) = delete;
+    SqliteConnection& operator=(const SqliteConnection&) = delete;
+    ~SqliteConnection();
+
+    /// Opens the file. False on failure; errorText() tells why.
+    bool open(const char* path, Access access);
+    /// Executes a script. False on failure.
+    bool execute(const char* script);
+    /// SQLite's text for the last failure, or kGeneralDbError.
+    const char* errorText() const;
+    sqlite3_int64 lastInsertId() const;
+    /// The library's handle; null when not open.
+    sqlite3* get() const noexcept { return handle_; }
+    bool isOpen() const noexcept { return handle_ != nullptr; }
+    /// Closes, repeating while busy. Does nothing when not open.
+    void close();
+
+private:
+    sqlite3* handle_ = nullptr;
+};
+
+/// A prepared statement; finalised in the destructor. The connection must outlive it.
+class SqliteStatement {
+public:
+    explicit SqliteStatement(SqliteConnection& connection) : connection_(connection) {}
+    SqliteStatement(const SqliteStatement&) = delete;
+    SqliteStatement& operator=(const SqliteStatement&) = delete;
+    ~SqliteStatement();
+
+    /// False on failure (of which the connection knows the text).
+    bool prepare(const char* sql);
+    /// Binds by position, from 1. A null text binds NULL. The text is copied. False on failure.
+    bool bind(int position, const char* text);
+    bool bind(int position, sqlite3_int64 number);
+    /// SQLITE_ROW, SQLITE_DONE or an error code; never SQLITE_BUSY.
+    int step();
+    /// Columns of the current row, from 0. A NULL column is a null pointer; texts live until the next step.
+    const char* text(int column) const;
+    sqlite3_int64 number(int column) const;
+
+private:
+    SqliteConnection& connection_;
+    sqlite3_stmt* handle_ = nullptr;
+};
+
+}  // namespace kavro
+
+/// Creates the directory of a database with all parents; `label` names the database in messages. 0, or -1, logged.
+int sqlite_create_db_path(const char* path, const char* label);
+/// Opens (creating) the database and executes the schema script. 0, or -1, logged.
+int sqlite_db_create(const char* path, const char* script, const char* label);

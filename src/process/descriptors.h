@@ -1,5 +1,6 @@
 // Owners of file descriptors and pipes. They close in their destructors and say so when that fails: a descriptor that
-// cannot be closed is reported instead of lost, unless another exception is already on its way.
+// cannot be closed is reported instead of lost, unless another exception is already on its way. The standard containers
+// end the process when an element's destructor throws: close explicitly before such a container goes.
 #pragma once
 
 namespace kavro {
@@ -23,6 +24,8 @@ public:
     int release() noexcept;
     /// Closes; the owner is empty afterwards in every case. Throws SystemError("close").
     void close();
+    /// The same with a tag of the caller's.
+    void close(const char* tag);
     /// Closes without throwing; returns close(2)'s result, 0 for an empty owner.
     int close_nothrow() noexcept;
 
@@ -39,8 +42,10 @@ public:
     /// Throws SystemError("pipe read-end close") or SystemError("close") unless an exception is propagating.
     ~PipeOwner() noexcept(false);
 
-    /// Makes a pipe, both ends close-on-exec. Throws SystemError(tag).
+    /// Makes a pipe, both ends close-on-exec and numbered above the standard streams. Throws SystemError(tag).
     void create(const char* tag);
+    /// Closes the write end, then the read end; throws as the destructor does.
+    void close();
 
     FdOwner& readEnd() noexcept { return read_; }
     FdOwner& writeEnd() noexcept { return write_; }
@@ -49,6 +54,10 @@ private:
     FdOwner read_;
     FdOwner write_;
 };
+
+/// Moves a descriptor out of 0 to 2, where the wiring of a child's standard streams would overwrite it. The result is
+/// close-on-exec when it was moved. Throws SystemError(tag).
+FdOwner aboveStandardStreams(FdOwner fd, const char* tag);
 
 /// Sets O_NONBLOCK. Throws SystemError(tag).
 void setNonBlocking(int fd, const char* tag);

@@ -1,0 +1,59 @@
+// What a program inherits from its caller and cannot rely on, put right in one call.
+#include "process/start_state.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+
+#include "process/descriptors.h"
+#include "process/retry.h"
+
+namespace kavro::process {
+
+namespace {
+
+void openStandardDescriptors() {
+    for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(fd, F_GETFD) == -1 && errno == EBADF) {
+            // The lowest free number is taken, and those below are open by now. It stays open for good.
+            checkedCall("/dev/null open", [] { return ::open("/dev/null", O_RDWR); });
+        }
+    }
+}
+
+void setAction(int signal, sighandler_t handler) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    checkedCall("sigaction", [&] { return ::sigaction(signal, &action, nullptr); });
+}
+
+void letThrough(int signal) {
+    sigset_t signals;
+    ::sigemptyset(&signals);
+    checkedCall("sigaddset", [&] { return ::sigaddset(&signals, signal); });
+    checkedCall("set sigprocmask", [&] { return ::sigprocmask(SIG_UNBLOCK, &signals, nullptr); });
+}
+
+void leaveRemovedDirectory() {
+    std::array<char, PATH_MAX> path{};
+    if (::getcwd(path.data(), path.size()) == nullptr && errno == ENOENT) {
+        checkedCall("cwd chdir", [] { return ::chdir("/"); });
+    }
+}
+
+}  // namespace
+
+void normalizeStartState() {
+    openStandardDescriptors();
+    setAction(SIGCHLD, SIG_DFL);
+    letThrough(SIGCHLD);
+    setAction(SIGPIPE, SIG_IGN);
+    ::umask(S_IWGRP | S_IWOTH);
+    leaveRemovedDirectory();
+}
+
+}  // namespace kavro::process

@@ -1,0 +1,204 @@
+// The table of the configuration file and its reader. Values live until the process ends.
+#include "util/config.h"
+
+#include <sys/types.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "util/c_file.h"
+#include "util/c_memory.h"
+#include "util/errno_keeper.h"
+#include "util/log.h"
+
+namespace {
+
+constexpr std::size_t kInitialCapacity = 20;
+
+bool isSpace(char c) {
+    return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+bool isNameCharacter(char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
+}
+
+char* skipSpace(char* text) {
+    while (isSpace(*text)) {
+        ++text;
+    }
+    return text;
+}
+
+bool isAtValueEnd(const char* text) {
+    return *text == '\0' || *text == '#';
+}
+
+/// Where the value ends that begins at `value`. Kept: a second space character in a row takes the mark of the first
+/// back, so that trailing space is cut only when it is of odd length. Callers match it.
+char* findValueEnd(char* value) {
+    char* trailing = nullptr;
+    for (; !isAtValueEnd(value); ++value) {
+        trailing = isSpace(*value) && trailing == nullptr ? value : nullptr;
+    }
+    return trailing != nullptr ? trailing : value;
+}
+
+/// Stores the definition of one line, which it cuts up in place; a line without one is passed over, a bad one logged.
+/// 0, or -1 with errno when the table cannot grow.
+int readLine(char* line, ConfTable* table) {
+    char* name = skipSpace(line);
+    if (isAtValueEnd(name)) {
+        return 0;
+    }
+    char* nameEnd = name;
+    while (isNameCharacter(*nameEnd)) {
+        ++nameEnd;
+    }
+    if (*nameEnd != '\0' && !isSpace(*nameEnd)) {
+        kavro_log(KAVRO_LOG_USER_WARNING, "Invalid variable definition %s\nExpected a space after variable name\n",
+                  name);
+        return 0;
+    }
+    char* value = skipSpace(nameEnd);
+    if (isAtValueEnd(value)) {
+        kavro_log(KAVRO_LOG_USER_WARNING, "Invalid variable definition %s\nExpected a value", name);
+        return 0;
+    }
+    *nameEnd = '\0';
+    *findValueEnd(value) = '\0';
+    return conf_set_r(name, value, table);
+}
+
+/// The entry of that name by looking at each, or null.
+ConfEntry* findEntry(const char* name, const ConfTable* table) {
+    ConfEntry* end = table->entries + table->count;
+    ConfEntry* found =
+        std::find_if(table->entries, end, [name](const ConfEntry& entry) { return !std::strcmp(entry.name, name); });
+    return found == end ? nullptr : found;
+}
+
+}  // namespace
+
+int cmp_conf(const void* left, const void* right) {
+    return std::strcmp(static_cast<const ConfEntry*>(left)->name, static_cast<const ConfEntry*>(right)->name);
+}
+
+int conf_init_r(ConfTable* table) {
+    if (table->entries == nullptr) {
+        table->entries = static_cast<ConfEntry*>(std::calloc(kInitialCapacity, sizeof(ConfEntry)));
+        if (table->entries == nullptr) {
+            return -1;
+        }
+        table->capacity = kInitialCapacity;
+        table->count = 0;
+        table->sorted = 1;
+        return 0;
+    }
+    if (table->count < table->capacity) {
+        return 0;
+    }
+    std::size_t capacity = table->capacity * 2;
+    if (capacity <= table->count) {
+        capacity = table->count + kInitialCapacity;
+    }
+    auto* entries = static_cast<ConfEntry*>(::reallocarray(table->entries, capacity, sizeof(ConfEntry)));
+    if (entries == nullptr) {
+        kavro_log(KAVRO_LOG_USER_WARNING, "Unable to read configuration: %s", std::strerror(ENOMEM));
+        errno = ENOMEM;
+        return -1;
+    }
+    std::fill(entries + table->count, entries + capacity, ConfEntry{});
+    table->entries = entries;
+    table->capacity = capacity;
+    return 0;
+}
+
+int conf_set_r(const char* name, const char* value, ConfTable* table) {
+    kavro::CString nameCopy(::strdup(name));
+    kavro::CString valueCopy(::strdup(value));
+    if (nameCopy == nullptr || valueCopy == nullptr) {
+        kavro_log(KAVRO_LOG_USER_WARNING, "Unable to form configuration: %s", std::strerror(ENOMEM));
+        errno = ENOMEM;
+        return -1;
+    }
+    if (ConfEntry* entry = findEntry(name, table)) {
+        std::free(entry->value);
+        entry->value = valueCopy.release();
+        return 0;
+    }
+    if (conf_init_r(table) == -1) {
+        return -1;
+    }
+    table->entries[table->count++] = {nameCopy.release(), valueCopy.release()};
+    table->sorted = 0;
+    return 0;
+}
+
+void conf_finalize_r(ConfTable* table) {
+    if (table->sorted == 0) {
+        std::qsort(table->entries, table->count, sizeof(ConfEntry), cmp_conf);
+        table->sorted = 1;
+    }
+}
+
+const char* conf_get_r(const char* name, const ConfTable* table) {
+    if (table->entries == nullptr) {
+        return nullptr;
+    }
+    const ConfEntry* entry = nullptr;
+    if (table->sorted != 0) {
+        const ConfEntry wanted{const_cast<char*>(name), nullptr};
+        entry = static_cast<const ConfEntry*>(
+            std::bsearch(&wanted, table->entries, table->count, sizeof(ConfEntry), cmp_conf));
+    } else {
+        entry = findEntry(name, table);
+    }
+    return entry == nullptr ? nullptr : entry->value;
+}
+
+int conf_read_file_r(const char* path, ConfTable* table) {
+    if (conf_init_r(table) == -1) {
+        return -1;
+    }
+    const kavro::CFile file(std::fopen(path, "re"));
+    if (file == nullptr) {
+        const kavro::ErrnoKeeper keeper;
+        kavro_log(KAVRO_LOG_USER_WARNING, "unable to open configuration file %s: %s\n", path,
+                  std::strerror(keeper.saved()));
+        return -1;
+    }
+    char* buffer = nullptr;
+    std::size_t size = 0;
+    int result = 0;
+    while (result == 0 && ::getline(&buffer, &size, file.get()) != -1) {
+        result = readLine(buffer, table);
+    }
+    const kavro::ErrnoKeeper keeper;
+    const kavro::CString owner(buffer);
+    if (result == -1) {
+        return -1;
+    }
+    conf_finalize_r(table);
+    if (std::feof(file.get()) == 0 || std::ferror(file.get()) != 0) {
+        kavro_log(KAVRO_LOG_USER_WARNING, "Unable to read configuration file: %s", std::strerror(keeper.saved()));
+        return -1;
+    }
+    return 0;
+}
+
+void conf_free_r(ConfTable* table) {
+    if (table == nullptr) {
+        return;
+    }
+    for (std::size_t i = 0; i < table->count; ++i) {
+        std::free(table->entries[i].name);
+        std::free(table->entries[i].value);
+    }
+    std::free(table->entries);
+    std::free(table);
+}

@@ -1,0 +1,137 @@
+// Advisory lock files over flock(2). The files stay: only the kernel's lock on the open file counts, which ends with
+// the process at the latest.
+#include "util/lock_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+
+#include "process/retry.h"
+#include "process/system_error.h"
+#include "util/c_memory.h"
+#include "util/errno_keeper.h"
+#include "util/log.h"
+#include "util/md5.h"
+
+namespace {
+
+constexpr mode_t kLockFileMode = 0644;
+/// Lock descriptors stay clear of the standard ones: 0 means "held by another", and what is printed must not land in
+/// a lock file when the process was started with closed standard streams.
+constexpr int kLowestDescriptor = 3;
+
+/// Newly allocated; null with errno.
+char* lockFilePath(const char* name, bool hashed) {
+    if (!hashed) {
+        return ::strdup(name);
+    }
+    char* path = nullptr;
+    return ::asprintf(&path, "%s/%s", LOCK_FILES_D, kavro::md5Hex(name).c_str()) == -1 ? nullptr : path;
+}
+
+/// A descriptor of 3 or more, or -1 with errno. A hashed name has no business being a link.
+int openLockFile(const char* path, bool hashed) {
+    const int flags = O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | (hashed ? O_NOFOLLOW : 0);
+    const int fd = kavro::retryInterrupted([&] { return ::open(path, flags, kLockFileMode); });
+    if (fd == -1 || fd >= kLowestDescriptor) {
+        return fd;
+    }
+    const int moved = ::fcntl(fd, F_DUPFD_CLOEXEC, kLowestDescriptor);
+    const kavro::ErrnoKeeper keeper;
+    ::close(fd);
+    return moved;
+}
+
+mk_lock_t* takeLock(const char* name, int hashed, int operation) {
+    kavro::CString path(lockFilePath(name, hashed != 0));
+    auto* lock = static_cast<mk_lock_t*>(std::calloc(1, sizeof(mk_lock_t)));
+    if (path == nullptr || lock == nullptr) {
+        std::free(lock);
+        errno = ENOMEM;
+        return nullptr;
+    }
+    lock->path = path.release();
+    lock->fd = openLockFile(lock->path, hashed != 0);
+    if (lock->fd == -1) {
+        messlog2(0, 0, "Unable to open file \"%s\": %s.", lock->path, std::strerror(errno));
+        return lock;
+    }
+    if (kavro::retryInterrupted([&] { return ::flock(lock->fd, operation); }) == -1) {
+        const kavro::ErrnoKeeper keeper;
+        ::close(lock->fd);
+        lock->fd = keeper.saved() == EWOULDBLOCK ? 0 : -1;
+    }
+    return lock;
+}
+
+}  // namespace
+
+mk_lock_t* mk_lock(const char* name, int hashed) {
+    return takeLock(name, hashed, LOCK_EX);
+}
+
+mk_lock_t* mk_nonblock_lock(const char* name, int hashed) {
+    return takeLock(name, hashed, LOCK_EX | LOCK_NB);
+}
+
+int is_locked(const mk_lock_t* lock) {
+    return lock != nullptr && lock->fd > 0 ? 1 : 0;
+}
+
+int is_already_locked(const int* fd) {
+    return fd == nullptr || *fd == 0 ? 1 : 0;
+}
+
+int rm_lock(mk_lock_t* lock) {
+    if (lock == nullptr) {
+        return 0;
+    }
+    int result = 0;
+    // An interrupted close has closed already.
+    if (lock->fd > 0 && ::close(lock->fd) == -1 && errno != EINTR) {
+        messlog2(0, 0, "An error occured during closing '%s' file: %s\n", lock->path, std::strerror(errno));
+        result = -1;
+    }
+    const kavro::ErrnoKeeper keeper;
+    std::free(lock->path);
+    std::free(lock);
+    return result;
+}
+
+namespace kavro {
+
+MKLock::MKLock(const std::string& name, int FilenameFlag, int BlockFlag) {
+    if (BlockFlag != kWait && BlockFlag != kFailAtOnce) {
+        return;
+    }
+    const int hashed = FilenameFlag == kHashedName ? 1 : 0;
+    mk_lock_t* lock = BlockFlag == kWait ? mk_lock(name.c_str(), hashed) : mk_nonblock_lock(name.c_str(), hashed);
+    if (lock == nullptr) {
+        throw std::bad_alloc();
+    }
+    if (is_locked(lock) != 0) {
+        lock_ = lock;
+        return;
+    }
+    const int code = errno;
+    const bool heldByAnother = is_already_locked(&lock->fd) != 0;
+    rm_lock(lock);
+    if (heldByAnother) {
+        throw std::runtime_error("lock(" + name + ") failed: file is already locked");
+    }
+    throwSystemError("lock() failed", code);
+}
+
+MKLock::~MKLock() {
+    const ErrnoKeeper keeper;
+    rm_lock(lock_);
+}
+
+}  // namespace kavro

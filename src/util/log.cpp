@@ -1,0 +1,87 @@
+// The logging hook and the console logger behind it.
+#include "util/log.h"
+
+#include <strings.h>
+#include <syslog.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "util/errno_keeper.h"
+
+void (*kavro_log)(int priority, const char* format, ...) = _kavro_utility_log;
+void (*kavro_logv)(int priority, const char* format, va_list args) = _kavro_utility_logv;
+
+int LogFacility = LOG_MAIL;
+int LogEnabled = 1;
+int LogLevel = KAVRO_LOG_INFO;
+const char* LogLocation = nullptr;
+
+namespace {
+
+bool isConsole(const char* location) {
+    return ::strcasecmp(location, "console") == 0;
+}
+
+bool isStandardError(const char* location) {
+    return ::strcasecmp(location, "stderr") == 0;
+}
+
+__attribute__((format(printf, 2, 0))) void printLine(std::FILE* stream, const char* format, va_list args) {
+    va_list copy;
+    va_copy(copy, args);
+    std::vfprintf(stream, format, copy);
+    va_end(copy);
+    std::fputc('\n', stream);
+    std::fflush(stream);
+}
+
+}  // namespace
+
+void kavro_log_init(const char* location, int level, int facility, int options, const char* ident) {
+    LogFacility = facility;
+    LogLocation = location;
+    if (location != nullptr) {
+        kavro_log = _kavro_utility_log;
+        kavro_logv = _kavro_utility_logv;
+        if (!isConsole(location) && !isStandardError(location)) {
+            LogEnabled = 0;
+        }
+    } else {
+        ::closelog();
+        ::openlog(ident, options | LOG_PID, facility);
+        kavro_log = ::syslog;
+        kavro_logv = ::vsyslog;
+    }
+    kavro_log_set_level(level);
+}
+
+void kavro_log_set_level(int level) {
+    LogEnabled = level < 1 ? 0 : 1;
+    LogLevel = level < 1 ? 0 : level;
+    if (LogLocation == nullptr) {
+        // The level as it was given: 0 still lets priority 0 through, and an empty mask changes nothing.
+        ::setlogmask(LOG_UPTO(std::clamp(level, -1, LOG_DEBUG)));
+    }
+}
+
+void _kavro_utility_logv(int priority, const char* format, va_list args) {
+    if (LogLevel < priority) {
+        return;
+    }
+    if (LogLocation != nullptr && !isConsole(LogLocation) && !isStandardError(LogLocation)) {
+        return;
+    }
+    const kavro::ErrnoKeeper keeper;
+    printLine(stderr, format, args);
+    if (LogLocation == nullptr || isConsole(LogLocation)) {
+        printLine(stdout, format, args);
+    }
+}
+
+void _kavro_utility_log(int priority, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    _kavro_utility_logv(priority, format, args);
+    va_end(args);
+}

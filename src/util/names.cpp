@@ -1,0 +1,105 @@
+// The name rules, as one table of character classes and one pass over the text: a session document has every name it
+// holds checked.
+#include "util/names.h"
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+
+namespace {
+
+constexpr std::ptrdiff_t kMaxMailname = 245;
+constexpr std::ptrdiff_t kMaxDomainName = 255;
+constexpr std::ptrdiff_t kMaxLabel = 63;
+
+enum CharacterClass : unsigned char {
+    kLabelCharacter = 1,  ///< letter, digit, hyphen
+    kAtomCharacter = 2    ///< what a mailname may hold besides the dot
+};
+
+constexpr std::array<unsigned char, 256> makeClasses() {
+    std::array<unsigned char, 256> classes{};
+    constexpr std::string_view alphanumeric = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    for (const char c : alphanumeric) {
+        classes[static_cast<unsigned char>(c)] = kLabelCharacter | kAtomCharacter;
+    }
+    classes['-'] = kLabelCharacter | kAtomCharacter;
+    for (const char c : std::string_view("_&+'")) {
+        classes[static_cast<unsigned char>(c)] = kAtomCharacter;
+    }
+    return classes;
+}
+
+constexpr std::array<unsigned char, 256> kClasses = makeClasses();
+
+/// First character of `text` that is not of the class.
+inline const char* skip(const char* text, CharacterClass wanted) {
+    while ((kClasses[static_cast<unsigned char>(*text)] & wanted) != 0) {
+        ++text;
+    }
+    return text;
+}
+
+/// End of the mailname that begins at `name`: single dots between non-empty runs of other characters. Null when it
+/// breaks a rule before the first character that no mailname has.
+const char* mailnameEnd(const char* name) {
+    const char* position = name;
+    for (;;) {
+        const char* end = skip(position, kAtomCharacter);
+        if (end == position) {
+            return nullptr;
+        }
+        if (*end != '.') {
+            return end - name <= kMaxMailname ? end : nullptr;
+        }
+        position = end + 1;
+    }
+}
+
+}  // namespace
+
+int is_mailname_valid(const char* name) {
+    if (name == nullptr) {
+        return 0;
+    }
+    const char* end = mailnameEnd(name);
+    return end != nullptr && *end == '\0' ? 1 : 0;
+}
+
+int is_domain_name_valid(const char* name) {
+    if (name == nullptr) {
+        return 0;
+    }
+    const char* label = name;
+    for (;;) {
+        const char* end = skip(label, kLabelCharacter);
+        if (end == label || end - label > kMaxLabel || *label == '-') {
+            return 0;
+        }
+        if (*end == '\0') {
+            // Kept: the last label may end with a hyphen.
+            return end - name <= kMaxDomainName ? 1 : 0;
+        }
+        if (*end != '.' || end[-1] == '-') {
+            return 0;
+        }
+        label = end + 1;
+    }
+}
+
+int is_full_mailname_valid(const char* address) {
+    if (address == nullptr) {
+        return 0;
+    }
+    const char* end = mailnameEnd(address);
+    return end != nullptr && *end == '@' ? is_domain_name_valid(end + 1) : 0;
+}
+
+char* ascii_lower(char* text) {
+    for (char* c = text; *c != '\0'; ++c) {
+        if (*c >= 'A' && *c <= 'Z') {
+            *c = static_cast<char>(*c - 'A' + 'a');
+        }
+    }
+    return text;
+}

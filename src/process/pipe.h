@@ -10,12 +10,14 @@
 
 namespace kavro::process {
 
-/// Takes a piece of output.
+/// Takes a piece of output, 1 to 1024 bytes.
 using Consumer = boost::function<void(const std::vector<char>&)>;
-/// Fills the buffer with the next input, as much as it likes; answers whether more will follow.
+/// Gets an empty buffer and fills it with the next input, as much as it likes; answers whether more will follow. Called
+/// when all of the former input is written. One that has nothing yet is asked again after the next event.
 using Producer = boost::function<bool(std::vector<char>&)>;
 
-/// A stream of a command: a descriptor or a selector of ProcessLaunch (-1: not set, inherited), and who serves it.
+/// A stream of a command: a descriptor or a selector of ProcessLaunch (-1: not set, inherited), and who serves it when
+/// it is ProcessLaunch::PIPE. Without a function such an input is empty, such an output is read and dropped.
 template <typename Function>
 struct Channel {
     int fd = -1;
@@ -77,9 +79,11 @@ public:
     PipeFlags& flags() noexcept { return flags_; }
     /// Throws std::logic_error after run().
     void append(const Parameters<PipeProcessFlags>& next);
-    /// Launches everything and returns when every command has ended. Throws SystemError, what waitExec() throws, and
-    /// std::logic_error for a second run or an empty pipeline. Input that the first command did not take is
-    /// SystemError("write") unless that command has itself reported a failure by its status.
+    /// Launches everything and returns when every command has ended and its output is delivered. Throws SystemError,
+    /// what waitExec() throws, what the functions throw, and std::logic_error for a second run or an empty pipeline.
+    /// Input that the first command did not take is SystemError("write") with EPIPE, after everything has ended,
+    /// unless that command has itself reported a failure by its status. Children that still run when an exception
+    /// leaves are not killed. SIGPIPE is ignored and SIGCHLD is let through meanwhile.
     void run();
     /// One per command, in order; complete after run().
     const std::vector<ProcessStatus>& statuses() const noexcept { return statuses_; }
@@ -91,7 +95,9 @@ private:
     bool launched_ = false;
 };
 
-/// A consumer that appends to `target`, which must outlive it.
+/// Appends a piece of output.
+void collectOutput(std::string& target, const std::vector<char>& chunk);
+/// A consumer that does so; `target` must outlive it.
 Consumer makeStringReceiver(std::string& target);
 
 }  // namespace kavro::process

@@ -7,14 +7,15 @@
 #include <boost/function.hpp>
 
 #include "process/descriptors.h"
+#include "process/launch_protocol.h"
 
 namespace kavro::process {
 
-/// Child side of the launch protocol: writes "ET: " and the type, "EM: " and the message, each text with its NUL.
-/// Does nothing for a negative descriptor. Uses neither memory allocation nor streams (safe in a forked child).
-void writeException(int fd, const char* type, const char* message);
-
 /// Starts a child in its constructor. The destructor closes descriptors; it neither waits for the child nor signals it.
+/// Output that the caller has buffered in the standard streams and in C streams is written out first. A child that
+/// cannot run its program leaves with exit(3), after closing all descriptors but its standard output and error: exit
+/// handlers and static destructors run in it too, and must not rely on other descriptors or undo anything outside the
+/// process.
 class ProcessLaunch {
 public:
     static constexpr int INHERIT = -2;   ///< the child keeps the parent's stream
@@ -24,14 +25,16 @@ public:
     /// Forks. `argv` and `envp` are NULL-terminated (`envp` null: inherit), `cwd` null keeps the working directory.
     /// `closeDescriptors` closes everything above 2 in the child, `searchPath` looks `path` up in PATH, `beforeExec`
     /// runs in the child last of all; what it throws is reported by waitExec(). Each stream argument is a descriptor
-    /// of the caller's, which stays open, or a selector. Throws SystemError, std::invalid_argument for a bad selector.
+    /// of the caller's, which stays open, or a selector. The child gets the default action of SIGPIPE and otherwise the
+    /// caller's signal mask and ignored signals. Throws SystemError, std::invalid_argument for a bad selector.
     ProcessLaunch(const char* const* argv, const char* path, const char* cwd, const char* const* envp,
                   bool closeDescriptors, bool searchPath, bool callSetsid, const boost::function<void()>& beforeExec,
                   int stdinFd, int stdoutFd, int stderrFd);
     ProcessLaunch(const ProcessLaunch&) = delete;
     ProcessLaunch& operator=(const ProcessLaunch&) = delete;
 
-    /// Waits until the child runs its program; throws what the child reported instead.
+    /// Waits until the child runs its program; throws what the child reported instead: SystemError (its status is
+    /// then 67), std::runtime_error (66, or 65 for an exception of unknown type), std::exception (66).
     void waitExec();
     /// Reaps the child; returns the raw wait status. Throws SystemError.
     int waitExit();

@@ -13,6 +13,9 @@ namespace kavro::process {
 struct ProcessStatus {
     int received = 0;  ///< 1 once a status came
     int status = 0;    ///< raw wait status
+
+    /// An exit or a death by signal was seen, not merely a stop.
+    bool ended() const noexcept { return received == 1 && (status & 0x7F) != 0x7F; }
 };
 
 /// At most one is installed in a process. Children are registered while SIGCHLD is blocked; the handler changes only
@@ -31,7 +34,8 @@ public:
     void remove(bool force);
     /// Adds a child just launched. SIGCHLD must be blocked.
     void registerChild(int pid);
-    /// The entry of a registered child. Throws SystemError("no such pid").
+    /// The entry of a registered child; changed by the handler while SIGCHLD is not blocked. Throws
+    /// SystemError("no such pid").
     const ProcessStatus& status(int pid) const;
     /// Empties the control pipe; returns how many bytes it held. Keeps errno.
     std::size_t clear_control();

@@ -1,0 +1,85 @@
+# A running Postfix on the panel's four tables, for use inside the sandbox only: the demo and the mail tests source this.
+# Debian's package, configured from nothing; SMTP on loopback only.
+
+POSTFIX_LOG=/var/log/mxadmin-postfix.log
+TABLES=/var/spool/postfix/kavro
+
+# A TCP port on loopback that nobody listens on.
+free_port() {
+  local port
+  for port in $(seq 20025 20125); do
+    if ! (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then
+      echo "$port"
+      return
+    fi
+  done
+  return 1
+}
+
+configure_postfix() {
+  SMTP_PORT=$(free_port)
+  cp /usr/share/postfix/main.cf.debian /etc/postfix/main.cf 2>/dev/null || : >/etc/postfix/main.cf
+  cp /usr/share/postfix/master.cf.dist /etc/postfix/master.cf
+  sed -i -E "s/^smtp( +)inet /127.0.0.1:$SMTP_PORT\1inet /" /etc/postfix/master.cf
+  postconf -e compatibility_level=3.6 maillog_file=$POSTFIX_LOG inet_interfaces=loopback-only inet_protocols=ipv4 \
+    myhostname=sandbox.mail.test mydestination='localhost.localdomain, localhost' mynetworks=127.0.0.0/8 \
+    relayhost= default_transport='error:mail stays on this machine' \
+    virtual_mailbox_domains=hash:$TABLES/virtual_domains virtual_mailbox_maps=hash:$TABLES/vmailbox \
+    virtual_alias_maps=hash:$TABLES/virtual alias_maps=hash:$TABLES/aliases alias_database= \
+    virtual_mailbox_base=/var/qmail/mailnames \
+    virtual_uid_maps="static:$(id -u popuser)" virtual_gid_maps="static:$(id -g popuser)" \
+    smtpd_recipient_restrictions='permit_mynetworks, reject_unauth_destination' disable_dns_lookups=yes
+}
+
+start_postfix() {
+  configure_postfix
+  postfix start >/dev/null 2>&1
+  local _
+  for _ in $(seq 100); do
+    if (exec 3<>"/dev/tcp/127.0.0.1/$SMTP_PORT") 2>/dev/null; then return; fi
+    sleep 0.1
+  done
+  echo "Postfix did not start" >&2
+  cat $POSTFIX_LOG >&2
+  return 1
+}
+
+stop_postfix() { postfix stop >/dev/null 2>&1; }
+
+# smtp_send FROM TO SUBJECT: one message by SMTP. Prints the server's answer to RCPT; fails when it is a refusal.
+smtp_send() {
+  local from=$1 to=$2 subject=$3 step answer rcpt=
+  exec {smtp}<>"/dev/tcp/127.0.0.1/$SMTP_PORT" || return 1
+  for step in "" "HELO localhost" "MAIL FROM:<$from>" "RCPT TO:<$to>" DATA \
+    $'From: '"$from"$'\r\nTo: '"$to"$'\r\nSubject: '"$subject"$'\r\n\r\nA message to '"$to"$'.\r\n.' QUIT; do
+    [ -z "$step" ] || printf '%s\r\n' "$step" >&"$smtp"
+    while IFS= read -r -t 10 answer <&"$smtp"; do
+      case $answer in ???-*) continue ;; *) break ;; esac
+    done
+    case $step in RCPT*) rcpt=${answer%$'\r'} ;; esac
+    case ${answer:-} in
+      [23]*) ;;
+      *) break ;;
+    esac
+  done
+  exec {smtp}>&-
+  printf '%s\n' "$rcpt"
+  case $rcpt in 2*) ;; *) return 1 ;; esac
+}
+
+# wait_for_mail DIR SUBJECT: the path of the message with that subject in a Maildir, as soon as it is there (10 s).
+wait_for_mail() {
+  local file _
+  for _ in $(seq 100); do
+    for file in "$1"/new/*; do
+      if [ -f "$file" ] && grep -q "^Subject: $2\$" "$file"; then
+        printf '%s\n' "$file"
+        return
+      fi
+    done
+    sleep 0.1
+  done
+  echo "no message \"$2\" in $1" >&2
+  tail -n 20 $POSTFIX_LOG >&2
+  return 1
+}

@@ -1,0 +1,185 @@
+// Paths of the mail storage, and creation, renaming and removal of domain roots and mailname homes.
+#include "storage/maildir_manager.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "process/retry.h"
+#include "process/system_error.h"
+#include "storage/fs_error.h"
+#include "storage/maildirpp_manager.h"
+#include "storage/mailname_tree.h"
+#include "storage/path_component.h"
+#include "storage/umask_guard.h"
+#include "util/accounts.h"
+#include "util/config.h"
+#include "util/directory_tree.h"
+
+namespace kavro::mail {
+namespace fs = boost::filesystem;
+namespace {
+
+constexpr mode_t STORAGE_UMASK = 077;
+constexpr mode_t DOMAIN_ROOT_MODE = 0750;
+
+fs::path mailRoot() {
+    return zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D);
+}
+
+/// A failed rename, in the form that Boost's own rename throws.
+[[noreturn]] void throwRenameError(const fs::path& from, const fs::path& to, int error) {
+    throw fs::filesystem_error("boost::filesystem::rename", from, to, {error, boost::system::system_category()});
+}
+
+/// Renames unless something has the new name already, be it an empty directory that rename(2) would replace.
+void renameNoReplace(const fs::path& from, const fs::path& to) {
+    int result = ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+    // Not every file system knows the flag.
+    if (result == -1 && (errno == EINVAL || errno == ENOSYS)) {
+        struct stat status;
+        if (::lstat(to.c_str(), &status) == 0) {
+            errno = EEXIST;
+        } else if (errno == ENOENT) {
+            result = ::rename(from.c_str(), to.c_str());
+        }
+    }
+    if (result == -1) {
+        throwRenameError(from, to, errno);
+    }
+}
+
+/// Removes a tree without ever following a link in it, at whatever depth; nothing there is no error. Failures in the
+/// form that Boost's remove_all throws.
+void removeTree(const fs::path& tree) {
+    if (rm_tree(tree.c_str()) == -1) {
+        throw fs::filesystem_error("boost::filesystem::remove_all", tree, {errno, boost::system::system_category()});
+    }
+}
+
+}  // namespace
+
+MaildirManager& MaildirManager::getInstance() {
+    return MaildirPPManager::getInstance();
+}
+
+void MaildirManager::init() {
+    errno = 0;
+    const passwd* user = ::getpwnam(MAIL_USER);
+    if (user == nullptr) {
+        // Kept: no blank before "not"; callers match this text.
+        throw SystemError(std::string("user ") + MAIL_USER + "not found", errno);
+    }
+    uid_ = user->pw_uid;
+    gid_ = user->pw_gid;
+}
+
+std::string MaildirManager::getDomainRelativeRoot(const std::string& domain) {
+    return lowerPathComponent(domain);
+}
+
+fs::path MaildirManager::getDomainRoot(const std::string& domain) {
+    return mailRoot() / getDomainRelativeRoot(domain);
+}
+
+std::string MaildirManager::getMailnameRelativeHome(const std::string& domain, const std::string& mailname) {
+    return (fs::path(lowerPathComponent(domain)) / lowerPathComponent(mailname)).string();
+}
+
+fs::path MaildirManager::getMailnameHome(const std::string& domain, const std::string& mailname) {
+    return mailRoot() / getMailnameRelativeHome(domain, mailname);
+}
+
+std::string MaildirManager::getMailnameRelativeMaildir(const std::string& domain, const std::string& mailname) {
+    return (fs::path(getMailnameRelativeHome(domain, mailname)) / "Maildir").string();
+}
+
+void MaildirManager::createDomainRoot(const std::string& domain) {
+    const fs::path root = getDomainRoot(domain);
+    const UmaskGuard mask(STORAGE_UMASK);
+    fs::create_directories(root);
+    // By name: an administrator may have put a link here that moves a domain to another volume.
+    if (retryInterrupted([&] { return ::chown(root.c_str(), uid_, gid_); }) == -1) {
+        throw FSError("chown", root, errno);
+    }
+    if (retryInterrupted([&] { return ::chmod(root.c_str(), DOMAIN_ROOT_MODE); }) == -1) {
+        throw FSError("chmod", root, errno);
+    }
+}
+
+void MaildirManager::createMailnameHome(const std::string& domain, const std::string& mailname) {
+    const fs::path home = getMailnameHome(domain, mailname);
+    const UmaskGuard mask(STORAGE_UMASK);
+    createMailnameTree(home, {uid_, gid_});
+}
+
+void MaildirManager::renameDomainRoot(const std::string& oldDomain, const std::string& newDomain) {
+    renameNoReplace(getDomainRoot(oldDomain), getDomainRoot(newDomain));
+}
+
+void MaildirManager::renameMailnameHome(const std::string& domain, const std::string& oldMailname,
+                                        const std::string& newMailname) {
+    const fs::path from = getMailnameHome(domain, oldMailname);
+    const fs::path to = getMailnameHome(domain, newMailname);
+    // rename(2) would report success and the caller would go on to drop the old name's records, which are the live
+    // ones.
+    if (from == to) {
+        throwRenameError(from, to, EEXIST);
+    }
+    fs::rename(from, to);
+}
+
+void MaildirManager::backupDomainRoot(const std::string& domain) {
+    const fs::path root = getDomainRoot(domain);
+    fs::path backup;
+    if (!backupRename(root, backup)) {
+        throw FSError("rename", root, backup, errno);
+    }
+}
+
+void MaildirManager::backupMailnameHome(const std::string& domain, const std::string& mailname) {
+    const fs::path home = getMailnameHome(domain, mailname);
+    fs::path backup;
+    if (!backupRename(home, backup)) {
+        throw FSError("rename", home, backup, errno);
+    }
+}
+
+void MaildirManager::removeDomainRoot(const std::string& domain) {
+    const fs::path root = getDomainRoot(domain);
+    fs::path doomed;
+    try {
+        if (!backupRename(root, doomed)) {
+            doomed = root;
+        }
+    } catch (const fs::filesystem_error&) {
+        // What cannot be moved aside is removed in its place.
+        doomed = root;
+    }
+    removeTree(doomed);
+}
+
+void MaildirManager::removeMailnameHome(const std::string& domain, const std::string& mailname) {
+    removeTree(getMailnameHome(domain, mailname));
+}
+
+bool backupRename(const fs::path& source, fs::path& backup) {
+    struct stat status;
+    if (retryInterrupted([&] { return ::stat(source.c_str(), &status); }) == -1) {
+        if (errno != ENOENT && errno != ENOTDIR) {
+            return false;
+        }
+        backup.clear();
+        return true;
+    }
+    // No two live directories of one file system share an inode number.
+    backup = source.string() + ".KavroSaved." + std::to_string(status.st_ino);
+    fs::rename(source, backup);
+    return true;
+}
+
+}  // namespace kavro::mail

@@ -12,7 +12,7 @@ namespace kavro {
 /// Stands in for SQLite's text when there is no connection. Kept: callers match this text.
 inline constexpr const char* kGeneralDbError = "general DB errror";
 
-/// An open database, or none. Not copyable. The destructor finalises what is left and closes, however long it takes.
+/// An open database, or none. Not copyable. The destructor closes, however long it takes.
 class SqliteConnection {
 public:
     enum class Access { kReadOnly, kReadWriteCreate };
@@ -30,13 +30,15 @@ public:
     const char* errorText() const;
     sqlite3_int64 lastInsertId() const;
     /// The library's handle; null when not open.
-    sqlite3* get() const noexcept { return handle_; }
-    bool isOpen() const noexcept { return handle_ != nullptr; }
-    /// Closes, repeating while busy. Does nothing when not open.
+    sqlite3* get() const noexcept { return open_ ? handle_ : nullptr; }
+    bool isOpen() const noexcept { return open_; }
+    /// Closes, repeating while busy, and finalises statements of the library's that are left; SqliteStatement objects
+    /// must be gone. Does nothing when not open.
     void close();
 
 private:
-    sqlite3* handle_ = nullptr;
+    sqlite3* handle_ = nullptr;  ///< also that of a failed open, for its text
+    bool open_ = false;
 };
 
 /// A prepared statement; finalised in the destructor. The connection must outlive it.
@@ -49,9 +51,11 @@ public:
 
     /// False on failure (of which the connection knows the text).
     bool prepare(const char* sql);
-    /// Binds by position, from 1. A null text binds NULL. The text is copied. False on failure.
+    /// Binds by position, from 1. A null text binds NULL. The text is not copied: it must stay unchanged until the
+    /// statement is stepped for the last time or the position is bound anew. False on failure.
     bool bind(int position, const char* text);
     bool bind(int position, sqlite3_int64 number);
+    bool bind(int position, int number);
     /// SQLITE_ROW, SQLITE_DONE or an error code; never SQLITE_BUSY.
     int step();
     /// Columns of the current row, from 0. A NULL column is a null pointer; texts live until the next step.

@@ -1,0 +1,66 @@
+// Sizes of files and directory trees.
+#include "util/dir_size.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cstring>
+
+#include "util/c_file.h"
+#include "util/working_directory.h"
+
+namespace {
+
+constexpr long kBlockSize = 512;
+
+long entrySize(const struct stat& entry, int inBlocks) {
+    return inBlocks != 0 ? entry.st_blocks : entry.st_size;
+}
+
+/// Sum over what is in a directory named relative to another; 0 when it cannot be read. Going down by descriptors, the
+/// walk needs no way back.
+long countDirectory(int parent, const char* name, int inBlocks) {
+    const int fd = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const kavro::CDirectory directory(fd == -1 ? nullptr : ::fdopendir(fd));
+    if (directory == nullptr) {
+        return 0;
+    }
+    long total = 0;
+    while (const dirent* entry = ::readdir(directory.get())) {
+        struct stat status {};
+        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0 ||
+            ::fstatat(fd, entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == -1) {
+            continue;
+        }
+        total += entrySize(status, inBlocks);
+        if (S_ISDIR(status.st_mode)) {
+            total += countDirectory(fd, entry->d_name, inBlocks);
+        }
+    }
+    return total;
+}
+
+}  // namespace
+
+long count_cur_dir(int inBlocks) {
+    return countDirectory(AT_FDCWD, ".", inBlocks);
+}
+
+long get_dir_size(const char* path, int inBlocks) {
+    struct stat status {};
+    if (::lstat(path, &status) == -1) {
+        return -1;
+    }
+    long total = entrySize(status, inBlocks);
+    if (S_ISDIR(status.st_mode)) {
+        kavro::WorkingDirectoryScope scope;
+        if (!scope.enter(path)) {
+            return -1;
+        }
+        total += count_cur_dir(inBlocks);
+        if (!scope.restore()) {
+            return -1;
+        }
+    }
+    return inBlocks != 0 ? total * kBlockSize : total;
+}

@@ -1,0 +1,166 @@
+// Recursive creation and removal of directories, by descriptors and single names: no path is resolved twice, so a
+// directory that somebody swaps for a link meanwhile leads nowhere.
+#include "util/directory_tree.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "process/descriptors.h"
+#include "util/c_file.h"
+#include "util/errno_keeper.h"
+
+namespace {
+
+constexpr mode_t kPrivateMode = 0700;
+/// Levels that the removal goes down by recursion, each with an open descriptor. What lies deeper is first moved up to
+/// the top of the tree.
+constexpr int kDepthAtOnce = 64;
+constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+int setOwnerAndMode(int fd, mode_t mode, uid_t uid, gid_t gid) {
+    constexpr auto keep = static_cast<uid_t>(-1);
+    if ((uid != keep || gid != static_cast<gid_t>(-1)) && ::fchown(fd, uid, gid) == -1) {
+        return -1;
+    }
+    return ::fchmod(fd, mode);
+}
+
+/// Makes one directory whose parent is there. It is private until it has its owner and mode, and goes again when it
+/// cannot have them. An existing directory, or a link to one, is left as it is.
+int makeDirectory(const char* path, mode_t mode, uid_t uid, gid_t gid) {
+    if (::mkdir(path, kPrivateMode) == -1) {
+        struct stat existing {};
+        if (errno != EEXIST || ::stat(path, &existing) == -1) {
+            return -1;
+        }
+        if (S_ISDIR(existing.st_mode)) {
+            return 0;
+        }
+        errno = ENOTDIR;
+        return -1;
+    }
+    kavro::FdOwner directory(::open(path, kOpenDirectory));
+    if (directory.empty() || setOwnerAndMode(directory.get(), mode, uid, gid) == -1) {
+        const kavro::ErrnoKeeper keeper;
+        ::rmdir(path);
+        return -1;
+    }
+    return 0;
+}
+
+/// Removal of the contents of one directory tree.
+class TreeRemover {
+public:
+    explicit TreeRemover(int top) : top_(top) {}
+
+    /// Empties the top directory. False with errno.
+    bool run() {
+        do {
+            moved_ = 0;
+            if (!empty(::openat(top_, ".", kOpenDirectory), 0)) {
+                return false;
+            }
+        } while (moved_ > 0);
+        return true;
+    }
+
+private:
+    /// Takes the descriptor over.
+    bool empty(int fd, int depth) {
+        const kavro::CDirectory directory(fd == -1 ? nullptr : ::fdopendir(fd));
+        if (directory == nullptr) {
+            const kavro::ErrnoKeeper keeper;
+            if (fd != -1) {
+                ::close(fd);
+            }
+            return false;
+        }
+        for (;;) {
+            errno = 0;
+            const dirent* entry = ::readdir(directory.get());
+            if (entry == nullptr) {
+                return errno == 0;
+            }
+            const char* name = entry->d_name;
+            if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0 &&
+                !remove(fd, name, entry->d_type == DT_DIR, depth)) {
+                return false;
+            }
+        }
+    }
+
+    bool remove(int parent, const char* name, bool isDirectory, int depth) {
+        if (!isDirectory) {
+            if (::unlinkat(parent, name, 0) == 0 || errno == ENOENT) {
+                return true;
+            }
+            if (errno != EISDIR) {
+                return false;
+            }
+        }
+        if (depth + 1 < kDepthAtOnce) {
+            return (empty(::openat(parent, name, kOpenDirectory), depth + 1) &&
+                    ::unlinkat(parent, name, AT_REMOVEDIR) == 0) ||
+                   errno == ENOENT;
+        }
+        // An empty directory needs no way up.
+        return ::unlinkat(parent, name, AT_REMOVEDIR) == 0 || moveToTop(parent, name);
+    }
+
+    /// For the next round.
+    bool moveToTop(int parent, const char* name) {
+        for (;;) {
+            const std::string newName = ".removed-" + std::to_string(++names_);
+            if (::renameat(parent, name, top_, newName.c_str()) == 0) {
+                ++moved_;
+                return true;
+            }
+            if (errno != ENOTEMPTY && errno != EEXIST && errno != ENOTDIR) {
+                return false;
+            }
+        }
+    }
+
+    int top_;
+    unsigned long moved_ = 0;
+    unsigned long names_ = 0;
+};
+
+}  // namespace
+
+int make_dir_p(const char* path, mode_t mode, uid_t uid, gid_t gid) {
+    if (makeDirectory(path, mode, uid, gid) == 0) {
+        return 0;
+    }
+    if (errno != ENOENT) {
+        return -1;
+    }
+    // Downwards from the first name: each prefix that ends before a slash.
+    const std::string whole(path);
+    for (std::size_t slash = whole.find('/', 1); slash != std::string::npos; slash = whole.find('/', slash + 1)) {
+        if (whole[slash - 1] != '/' && makeDirectory(whole.substr(0, slash).c_str(), mode, uid, gid) == -1) {
+            return -1;
+        }
+    }
+    return makeDirectory(path, mode, uid, gid);
+}
+
+int rm_tree(const char* path) {
+    if (::unlink(path) == 0 || errno == ENOENT) {
+        return 0;
+    }
+    if (errno != EISDIR) {
+        return -1;
+    }
+    kavro::FdOwner top(::open(path, kOpenDirectory));
+    if (top.empty() || !TreeRemover(top.get()).run()) {
+        return -1;
+    }
+    return ::rmdir(path);
+}

@@ -1,0 +1,106 @@
+// Byte-range semaphores over fcntl(2) record locks. One descriptor for the whole process: closing any other one of the
+// same file would release all of them.
+#include "util/semaphore.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "process/retry.h"
+#include "util/directory_tree.h"
+#include "util/log.h"
+#include "util/product_root.h"
+
+namespace {
+
+constexpr mode_t kSemaphoreFileMode = 0600;
+constexpr mode_t kDirectoryMode = 0755;
+
+int semaphoreFile = -1;
+
+std::string semaphoreDirectory() {
+    return std::string(PRODUCT_ROOT_D) + "/var";
+}
+
+std::string semaphorePath() {
+    return semaphoreDirectory() + "/utilities.sem";
+}
+
+int openSemaphoreFile() {
+    return kavro::retryInterrupted(
+        [] { return ::open(semaphorePath().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, kSemaphoreFileMode); });
+}
+
+void refuseNegative(long n, const char* function) {
+    if (n < 0) {
+        messlog2(EXIT_FAILURE, 0, "%s() failed for semnum %ld: semnum must not be negative", function, n);
+    }
+}
+
+/// One lock request for byte n. 0, or -1 with errno.
+int request(short type, int command, long n) {
+    struct flock range {};
+    range.l_type = type;
+    range.l_whence = SEEK_SET;
+    range.l_start = n;
+    range.l_len = 1;
+    return kavro::retryInterrupted([&] { return ::fcntl(semaphoreFile, command, &range); });
+}
+
+void endWithError(const char* function, long n) {
+    messlog2(EXIT_FAILURE, 0, "%s() failed for semnum %ld: %s", function, n, std::strerror(errno));
+}
+
+}  // namespace
+
+void init_sem() {
+    if (semaphoreFile != -1) {
+        return;
+    }
+    semaphoreFile = openSemaphoreFile();
+    if (semaphoreFile == -1 && errno == ENOENT &&
+        make_dir_p(semaphoreDirectory().c_str(), kDirectoryMode, static_cast<uid_t>(-1), static_cast<gid_t>(-1)) == 0) {
+        semaphoreFile = openSemaphoreFile();
+    }
+    if (semaphoreFile == -1) {
+        messlog2(EXIT_FAILURE, 0, "failed to open semaphore file %s: %s", semaphorePath().c_str(),
+                 std::strerror(errno));
+    }
+}
+
+void sem_lock(long n) {
+    refuseNegative(n, "sem_lock");
+    if (request(F_WRLCK, F_SETLKW, n) == -1) {
+        endWithError("sem_lock", n);
+    }
+}
+
+int sem_lock_nonblock(long n) {
+    refuseNegative(n, "sem_lock");
+    if (request(F_WRLCK, F_SETLK, n) == 0) {
+        return 0;
+    }
+    if (errno != EAGAIN && errno != EACCES) {
+        endWithError("sem_lock", n);
+    }
+    return -1;
+}
+
+void sem_unlock(long n) {
+    refuseNegative(n, "sem_unlock");
+    if (request(F_UNLCK, F_SETLK, n) == -1) {
+        endWithError("sem_unlock", n);
+    }
+}
+
+void shutdown_sem() {
+    const int closed = semaphoreFile == -1 ? 0 : ::close(semaphoreFile);
+    semaphoreFile = -1;
+    if (closed == -1 && errno != EINTR) {
+        messlog2(0, 0, "shutdown_sem(): failed to close semaphore file: %s", std::strerror(errno));
+    }
+}

@@ -1,0 +1,140 @@
+// The connection, the statement, and the one busy handling under both.
+#include "util/sqlite_connection.h"
+
+#include <cerrno>
+#include <ctime>
+
+#include "util/sqlite_memory.h"
+
+namespace kavro {
+namespace {
+
+constexpr int kBusyTimeoutMs = 50;
+constexpr long kSleepStepMicroseconds = 10;
+constexpr long kMicrosecondsPerSecond = 1000000;
+constexpr long kNanosecondsPerMicrosecond = 1000;
+
+/// The code without what the extended result codes add: a busy recovery or snapshot is busy too.
+int primaryCode(int code) {
+    constexpr int mask = 0xFF;
+    return code & mask;
+}
+
+/// False when the sleep failed; one that a signal cut short counts as slept.
+bool sleepMicroseconds(long microseconds) {
+    timespec pause{};
+    pause.tv_sec = microseconds / kMicrosecondsPerSecond;
+    pause.tv_nsec = microseconds % kMicrosecondsPerSecond * kNanosecondsPerMicrosecond;
+    return ::nanosleep(&pause, nullptr) == 0 || errno == EINTR;
+}
+
+/// Calls until the answer is not "busy", without limit, cleaning up and sleeping before each repetition.
+template <typename Call, typename CleanUp>
+int repeatWhileBusy(Call&& call, CleanUp&& cleanUp) {
+    int code = call();
+    for (long pause = 0; primaryCode(code) == SQLITE_BUSY; pause += kSleepStepMicroseconds) {
+        cleanUp();
+        if (!sleepMicroseconds(pause)) {
+            return SQLITE_ERROR;
+        }
+        code = call();
+    }
+    return code;
+}
+
+template <typename Call>
+int repeatWhileBusy(Call&& call) {
+    return repeatWhileBusy(call, [] {});
+}
+
+}  // namespace
+
+SqliteConnection::~SqliteConnection() {
+    close();
+}
+
+bool SqliteConnection::open(const char* path, Access access) {
+    close();
+    configureSqlite();
+    const int flags = access == Access::kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    // The handle of a failed open knows why it failed and is kept for that.
+    open_ = ::sqlite3_open_v2(path, &handle_, flags, nullptr) == SQLITE_OK;
+    if (open_) {
+        ::sqlite3_busy_timeout(handle_, kBusyTimeoutMs);
+    }
+    return open_;
+}
+
+bool SqliteConnection::execute(const char* script) {
+    if (!open_) {
+        return false;
+    }
+    const bool wasInTransaction = ::sqlite3_get_autocommit(handle_) == 0;
+    // A script that begins a transaction and then meets a busy database must not begin it a second time.
+    const auto rollBackOwnTransaction = [&] {
+        if (!wasInTransaction && ::sqlite3_get_autocommit(handle_) == 0) {
+            ::sqlite3_exec(handle_, "ROLLBACK", nullptr, nullptr, nullptr);
+        }
+    };
+    return repeatWhileBusy([&] { return ::sqlite3_exec(handle_, script, nullptr, nullptr, nullptr); },
+                           rollBackOwnTransaction) == SQLITE_OK;
+}
+
+const char* SqliteConnection::errorText() const {
+    return handle_ == nullptr ? kGeneralDbError : ::sqlite3_errmsg(handle_);
+}
+
+sqlite3_int64 SqliteConnection::lastInsertId() const {
+    return open_ ? ::sqlite3_last_insert_rowid(handle_) : 0;
+}
+
+void SqliteConnection::close() {
+    if (handle_ == nullptr) {
+        return;
+    }
+    while (sqlite3_stmt* statement = ::sqlite3_next_stmt(handle_, nullptr)) {
+        ::sqlite3_finalize(statement);
+    }
+    repeatWhileBusy([this] { return ::sqlite3_close(handle_); });
+    handle_ = nullptr;
+    open_ = false;
+}
+
+SqliteStatement::~SqliteStatement() {
+    ::sqlite3_finalize(handle_);
+}
+
+bool SqliteStatement::prepare(const char* sql) {
+    ::sqlite3_finalize(handle_);
+    handle_ = nullptr;
+    sqlite3* connection = connection_.get();
+    return connection != nullptr &&
+           repeatWhileBusy([&] { return ::sqlite3_prepare_v2(connection, sql, -1, &handle_, nullptr); }) == SQLITE_OK;
+}
+
+bool SqliteStatement::bind(int position, const char* text) {
+    return ::sqlite3_bind_text(handle_, position, text, -1, SQLITE_STATIC) == SQLITE_OK;
+}
+
+bool SqliteStatement::bind(int position, sqlite3_int64 number) {
+    return ::sqlite3_bind_int64(handle_, position, number) == SQLITE_OK;
+}
+
+bool SqliteStatement::bind(int position, int number) {
+    return bind(position, static_cast<sqlite3_int64>(number));
+}
+
+int SqliteStatement::step() {
+    return primaryCode(
+        repeatWhileBusy([this] { return ::sqlite3_step(handle_); }, [this] { ::sqlite3_reset(handle_); }));
+}
+
+const char* SqliteStatement::text(int column) const {
+    return reinterpret_cast<const char*>(::sqlite3_column_text(handle_, column));
+}
+
+sqlite3_int64 SqliteStatement::number(int column) const {
+    return ::sqlite3_column_int64(handle_, column);
+}
+
+}  // namespace kavro

@@ -1,0 +1,6 @@
+// The small sink of the plug-in caller's messages.
+#pragma once
+
+/// Writes the formatted text, without a line end of its own, to standard error for a level (syslog(3) priorities)
+/// below 4; drops it otherwise. Keeps errno.
+void logger(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));

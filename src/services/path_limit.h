@@ -1,0 +1,11 @@
+// The limit on paths that the side services build.
+#pragma once
+
+#include <cstddef>
+
+namespace kavro::services {
+
+/// A path of this many characters or more is refused.
+inline constexpr std::size_t kPathLimit = 4096;
+
+}  // namespace kavro::services

@@ -1,0 +1,143 @@
+// Runs the plug-ins of other services after a domain got a new name.
+#include "services/rename_plugins.h"
+
+#include <dirent.h>
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "process/error_stream.h"
+#include "process/retry.h"
+#include "services/logger.h"
+#include "services/path_limit.h"
+#include "util/log.h"
+
+namespace {
+
+struct DirectoryCloser {
+    void operator()(DIR* directory) const { ::closedir(directory); }
+};
+
+struct LibraryCloser {
+    void operator()(void* library) const { ::dlclose(library); }
+};
+
+bool is_directory(const char* path) {
+    struct stat status {};
+    return ::stat(path, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool is_regular_file(const char* path) {
+    struct stat status {};
+    return ::stat(path, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// Writes out all that is buffered, so that it is written once and not by the child too.
+void flush_all() {
+    kavro::uerr.flush();
+    std::cout.flush();
+    std::cerr.flush();
+    std::clog.flush();
+    std::fflush(nullptr);
+}
+
+/// The child's whole life. An exception must not unwind into the caller's frames, whose guards would undo the rename
+/// a second time: noexcept makes it a crash of this child. It ends without the exit handlers, which are those of the
+/// parent; what the plug-in printed is written out here.
+[[noreturn]] void run_child(const char* path, const char* old_domain, const char* new_domain) noexcept {
+    std::signal(SIGPIPE, SIG_DFL);
+    const int result = RenameDomain(path, old_domain, new_domain);
+    flush_all();
+    ::_exit(result);
+}
+
+/// Calls one plug-in and reports how it went. 0 or 1.
+int call_plugin(const std::string& path, const char* old_domain, const char* new_domain) {
+    logger(KAVRO_LOG_DEBUG, "call plugin '%s'", path.c_str());
+    const int status = RenameDomainPluginCaller(path.c_str(), old_domain, new_domain);
+    if (status != 0) {
+        logger(KAVRO_LOG_ERROR, "plugin '%s' failed with status '%d'\n", path.c_str(), status);
+        return 1;
+    }
+    logger(KAVRO_LOG_DEBUG, "plugin '%s' succeeded", path.c_str());
+    return 0;
+}
+
+}  // namespace
+
+int RenameDomainInServices(const char* old_domain, const char* new_domain) {
+    if (!is_directory(RENAME_PLUGINS_D)) {
+        logger(KAVRO_LOG_ERROR, "plugin directory '%s' not exists or not directory", RENAME_PLUGINS_D);
+        return 1;
+    }
+    const std::unique_ptr<DIR, DirectoryCloser> directory(::opendir(RENAME_PLUGINS_D));
+    if (directory == nullptr) {
+        logger(KAVRO_LOG_ERROR, "cannot open plugins dir '%s'", RENAME_PLUGINS_D);
+        return 1;
+    }
+    while (const dirent* entry = ::readdir(directory.get())) {
+        const std::string path = std::string(RENAME_PLUGINS_D) + '/' + entry->d_name;
+        if (path.size() >= kavro::services::kPathLimit) {
+            logger(KAVRO_LOG_ERROR, "path '%s/%s' is too long", RENAME_PLUGINS_D, entry->d_name);
+            return 1;
+        }
+        if (is_regular_file(path.c_str()) && call_plugin(path, old_domain, new_domain) != 0) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+int RenameDomainPluginCaller(const char* path, const char* old_domain, const char* new_domain) {
+    flush_all();
+    const pid_t child = ::fork();
+    if (child == -1) {
+        logger(KAVRO_LOG_ERROR, "cannot fork: %s\n", std::strerror(errno));
+        return 1;
+    }
+    if (child == 0) {
+        run_child(path, old_domain, new_domain);
+    }
+    int status = 0;
+    if (kavro::retryInterrupted([&] { return ::waitpid(child, &status, 0); }) == -1) {
+        logger(KAVRO_LOG_ERROR, "waitpid failed: %s\n", std::strerror(errno));
+        return 1;
+    }
+    if (WIFSIGNALED(status)) {
+        logger(KAVRO_LOG_ERROR, "child killed by signal: %d\n", WTERMSIG(status));
+        return 1;
+    }
+    if (WIFEXITED(status)) {
+        logger(KAVRO_LOG_DEBUG, "child exited with status: %d\n", WEXITSTATUS(status));
+        return WEXITSTATUS(status) != 0 ? 1 : 0;
+    }
+    logger(KAVRO_LOG_ERROR, "unknown child behavior");
+    return 1;
+}
+
+int RenameDomain(const char* path, const char* old_domain, const char* new_domain) {
+    const std::unique_ptr<void, LibraryCloser> library(::dlopen(path, RTLD_LAZY));
+    if (library == nullptr) {
+        // Kept: the log is searched for this text, "cannop" included.
+        logger(KAVRO_LOG_ERROR, "cannop load '%s' plugin: %s", path, ::dlerror());
+        return 0;
+    }
+    // The function may legally be at address 0, so its absence shows only in the loader's error, cleared before.
+    ::dlerror();
+    void* const symbol = ::dlsym(library.get(), "rename_domain");
+    if (const char* error = ::dlerror()) {
+        logger(KAVRO_LOG_INFO, "plugin '%s' doesn't provide required 'rename_domain': %s", path, error);
+        return 0;
+    }
+    const auto rename_domain = reinterpret_cast<int (*)(const char*, const char*)>(symbol);
+    return rename_domain(old_domain, new_domain);
+}

@@ -1,0 +1,121 @@
+// Decides where session mail data comes from, and fills it from the command line.
+#include "frontend/mail_db_options.h"
+
+#include <cstdio>
+#include <iostream>
+#include <new>
+#include <stdexcept>
+
+#include "session/json_parser.h"
+#include "session/session_mail_data.h"
+#include "session/session_queries.h"
+
+namespace {
+
+/// Result of a probing read that found no input ready.
+constexpr int kNoInputReady = -1;
+
+bool readStdin(const MailDbOptionsProcessor& processor, bool required) {
+    if (processor.waitForStdin()) {
+        return read_session_mail_db_info(stdin, 0) == 0;
+    }
+    if (!required) {
+        return true;
+    }
+    if (processor.isEnough()) {
+        fillSessionMailDbInfo(processor);
+        return true;
+    }
+    int result = read_session_mail_db_info(stdin, 1);
+    if (result == kNoInputReady) {
+        std::cout << "This command requires additional data to be passed via STDIN in JSON format.\n"
+                     "To get help on expected input data format call this utility with --help-stdin option.\n"
+                     "Type ^D (send EOF) to abort."
+                  << std::endl;
+        result = read_session_mail_db_info(stdin, 0);
+    }
+    return result == 0;
+}
+
+/// Throws std::bad_alloc unless the session data took the item.
+void checkAppended(bool appended) {
+    if (!appended) {
+        throw std::bad_alloc();
+    }
+}
+
+}  // namespace
+
+MailDbOptionsProcessor::MailDbOptionsProcessor(const ProgramOptionsHelper& helper)
+    : waitForStdin_(helper.has("wait-stdin")) {
+    if (helper.has("domain-aliases")) {
+        domainAliases_ = helper.get<MailDbDomainAliasesList>("domain-aliases");
+        hasCommandLineData_ = true;
+    }
+    if (helper.has("mail-addresses")) {
+        mailAddresses_ = helper.get<MailDbMailAddressesList>("mail-addresses");
+        hasCommandLineData_ = true;
+    }
+    if (helper.has("default-domain-quota")) {
+        defaultDomainQuota_ = helper.get<long>("default-domain-quota");
+        hasCommandLineData_ = true;
+    }
+}
+
+MailDbOptionsProcessor& MailDbOptionsProcessor::withDomain(const std::string& name) {
+    domain_ = name;
+    return *this;
+}
+
+MailDbOptionsProcessor& MailDbOptionsProcessor::withDomainAlias(const std::string& alias) {
+    domainAliases_.add(alias);
+    return *this;
+}
+
+MailDbOptionsProcessor& MailDbOptionsProcessor::withMailname(const std::string& name) {
+    mailname_ = name;
+    mailAddresses_.add(name);
+    return *this;
+}
+
+MailDbOptionsProcessor& MailDbOptionsProcessor::withMailAlias(const std::string& alias) {
+    if (mailname_.empty()) {
+        throw std::runtime_error("Programming error: withMailAlias() must be called after withMailname()");
+    }
+    mailAddresses_.add(mailname_, alias);
+    return *this;
+}
+
+MailDbStdinReader::MailDbStdinReader(const MailDbOptionsProcessor& processor, bool required) : processor_(processor) {
+    if (!readStdin(processor_, required)) {
+        throw std::runtime_error("Failed to read and parse session mail data from STDIN. See mail log for details.");
+    }
+}
+
+MailDbStdinReader::~MailDbStdinReader() {
+    free_session_mail_db_info();
+}
+
+void fillSessionMailDbInfo(const MailDbOptionsProcessor& processor) {
+    mail_db_data_t* data = get_session_mail_db_info();
+    if (data == nullptr) {
+        throw std::runtime_error("Failed to create or obtain session mail data object. Maybe out of memory.");
+    }
+    sj_parser* parser = sj_get_dummy_parser(nullptr);
+    data->domain_name = processor.domain().c_str();
+    data->domain_quota = processor.defaultDomainQuota();
+    for (const std::string& alias : processor.domainAliases().names()) {
+        checkAppended(append_session_string(parser, &data->domain_aliases_count, &data->domain_aliases_capacity,
+                                            &data->domain_aliases, alias.c_str()));
+    }
+    for (const auto& [mailname, aliases] : processor.mailAddresses().mails()) {
+        mail_db_mail_t* mail = append_session_mail(parser, data);
+        checkAppended(mail != nullptr);
+        mail->name = mailname.c_str();
+        for (const std::string& alias : aliases) {
+            checkAppended(append_session_string(parser, &mail->aliases_count, &mail->aliases_capacity, &mail->aliases,
+                                                alias.c_str()));
+        }
+    }
+    reset_session_index();
+}

@@ -1,0 +1,9 @@
+// The options that choose what becomes of mail to unknown names, as the value that the backend takes.
+#pragma once
+
+#include "frontend/program_options_helper.h"
+#include "postfix/nonexisting_mailnames_action.h"
+
+/// Bounce goes before catch-all, catch-all before reject. Throws MissingMandatoryOption when none is chosen, logged, or
+/// when the catch-all has no address; IdnaError for an address that cannot be converted.
+NonexistingMailnamesAction buildNotexistingMailnamesAction(const ProgramOptionsHelper& helper);

@@ -1,0 +1,13 @@
+// Making of what mxadmin needs and does not find: directories, lookup tables, databases. Nothing that exists is
+// changed, whatever it is.
+#pragma once
+
+#include <iosfwd>
+
+namespace mxrepair {
+
+/// Makes every missing store and prints one line for each on `report`. Several calls at the same time take turns.
+/// Throws std::runtime_error (or SystemError) with a text for the operator; what was made before it stays.
+void makeMissingStores(std::ostream& report);
+
+}  // namespace mxrepair

@@ -1,0 +1,58 @@
+// The two process-wide paths and their styles.
+#include "auth/auth_paths.h"
+
+#include <libgen.h>
+
+#include <array>
+#include <string>
+
+#include "util/log.h"
+
+namespace {
+
+struct Locations {
+    const char* database;
+    const char* key;
+};
+
+/// By style: what the qmail side reads, and what the Postfix side reads.
+constexpr std::array<Locations, 2> kLocations{{
+    {"/var/lib/kavro/mail/auth/passwd.db", "/var/lib/kavro/mail/auth/passwd_db_key"},
+    {"/var/spool/postfix/kavro/passwd.db", "/var/spool/postfix/kavro/passwd_db_key"},
+}};
+
+/// Takes a copy before it changes anything: the new path may point into the old one.
+void setPath(const char*& current, std::string& storage, const char* path) {
+    std::string copy(path);
+    storage.swap(copy);
+    current = storage.c_str();
+}
+
+}  // namespace
+
+const char* mailAuthDB = kLocations[0].database;
+const char* mailAuthKey = kLocations[0].key;
+
+void mailAuthDBSelectStyle(int style) {
+    if (style != 0 && style != 1) {
+        return;
+    }
+    const Locations& chosen = kLocations[style == 0 ? 0 : 1];
+    mailAuthDB = chosen.database;
+    mailAuthKey = chosen.key;
+}
+
+void mailAuthDBSetPath(const char* path) {
+    static std::string storage;
+    setPath(mailAuthDB, storage, path);
+}
+
+void mailAuthKeySetPath(const char* path) {
+    static std::string storage;
+    setPath(mailAuthKey, storage, path);
+}
+
+char* mailAuthDBToKeyPath(const char* db_path) {
+    std::string copy(db_path);
+    return asprintf_safe("%s/passwd_db_key", ::dirname(copy.data()));
+}

@@ -41,12 +41,15 @@ int mailAuthEnableDomain(const char* domain);
 int get_user_data(mail_auth_user_data* record, const char* mailname, const char* domain);
 void free_user_data(mail_auth_user_data* record);
 
-/// Gets the full address, the plain password or null, the flags and the caller's context.
+/// Gets the full address, the plain password or null, the flags and the caller's context. The password is null when it
+/// could not be decrypted, and is wiped after the call. The database is open for reading meanwhile: a callback that
+/// writes to it would wait for itself.
 using mail_auth_callback = int (*)(const char* address, const char* password, unsigned char flags, void* context);
 
-/// Calls back for one user; returns the callback's result, -1 on failure or when there is no such user.
+/// Calls back for one user; returns the callback's result, -1 on failure, when there is no such user and when both
+/// password columns are null.
 int mailAuthCheck(const char* address, mail_auth_callback callback, void* context);
 /// Calls back for every user by domain and name, or for one mailname in every domain; a result below 1 stops the
-/// iteration and is returned. -1 on failure.
+/// iteration and is returned. 0 when all were called, -1 on failure.
 int mailAuthIterateAll(mail_auth_callback callback, void* context);
 int mailAuthCheckShort(const char* mailname, mail_auth_callback callback, void* context);

@@ -1,8 +1,9 @@
 // The password that the panel hands over in the environment: never on a command line, never left for a child.
 #pragma once
 
-/// Plain password first, crypted one else; the variable that it answers with is removed. 0, or -1 when neither is set
-/// and non-empty (outputs untouched). The text lives as long as the process.
+/// Plain password first, crypted one else; the variable that it answers with is wiped and removed. 0, or -1 when
+/// neither is set and non-empty (outputs untouched). The text is newly allocated and nothing here frees it: it lives as
+/// long as the process unless the caller wipes and frees it.
 int get_env_password(const char** password, int* crypted);
 /// A crypt(3) hash in a process-wide buffer of 4096 bytes, made once. Both variables are removed.
 const char* get_env_crypted_password();

@@ -1,0 +1,231 @@
+// Reading operations of the authentication database. Columns may hold anything: null, empty texts, damaged values.
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "auth/auth_database.h"
+#include "auth/auth_statement.h"
+#include "auth/password_cipher.h"
+#include "auth/secret.h"
+#include "util/log.h"
+
+using kavro::SqliteConnection;
+using kavro::SqliteStatement;
+using kavro::auth::openForReading;
+using kavro::auth::SecretCString;
+
+namespace {
+
+constexpr const char* kUserDomain = "SELECT id, status FROM domains WHERE name=LOWER(?)";
+constexpr const char* kUser =
+    "SELECT name, userPassword, cmusaslsecretPLAIN, status FROM users WHERE dom_id=? AND name=LOWER(?)";
+constexpr const char* kCheck =
+    "SELECT u.userPassword AS password, u.cmusaslsecretPLAIN AS encPassword, u.status AS userDisabled, d.status AS "
+    "domainDisabled FROM users AS u, domains AS d WHERE u.dom_id = d.id AND u.name=LOWER(?) AND d.name=LOWER(?)";
+constexpr const char* kUsers =
+    "SELECT u.name || '@' || d.name as mailAddress, u.userPassword AS password, u.cmusaslsecretPLAIN AS encPassword, "
+    "u.status AS userDisabled, d.status AS domainDisabled FROM users AS u, domains AS d WHERE u.dom_id = d.id";
+
+template <typename... Arguments>
+int fail(const char* message, Arguments... arguments) {
+    kavro_log(KAVRO_LOG_ERROR, message, arguments...);
+    return -1;
+}
+
+int reportSelection(const SqliteConnection& connection) {
+    return fail("Unable to execute the user selection query: %s", connection.errorText());
+}
+
+unsigned char disabledFlags(bool user, bool domain) {
+    return static_cast<unsigned char>((user ? MAIL_AUTH_USER_DISABLED : 0) | (domain ? MAIL_AUTH_DOMAIN_DISABLED : 0));
+}
+
+/// Copies a text that may be null. False, logged, when there is no memory.
+bool duplicate(char** copy, const char* text) {
+    *copy = text == nullptr ? nullptr : ::strdup(text);
+    if (text != nullptr && *copy == nullptr) {
+        kavro_log(KAVRO_LOG_ERROR, "System error: %s", std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+/// Fills the record from the current row of kUser.
+int fillUserData(mail_auth_user_data* record, const SqliteStatement& row, bool domainDisabled) {
+    const char* unencrypted = row.text(2);
+    if (!duplicate(&record->name, row.text(0)) ||
+        !duplicate(&record->value, unencrypted != nullptr ? unencrypted : row.text(1))) {
+        free_user_data(record);
+        return -1;
+    }
+    record->flags = disabledFlags(row.number(3) != 0, domainDisabled);
+    if (unencrypted != nullptr) {
+        record->flags |= MAIL_AUTH_UNENCRYPTED;
+    }
+    return 1;
+}
+
+/// Keeps the cipher loaded from the first password that could be decrypted: before that, each failure is reported with
+/// its own address.
+class CipherHold {
+public:
+    CipherHold() = default;
+    CipherHold(const CipherHold&) = delete;
+    CipherHold& operator=(const CipherHold&) = delete;
+    ~CipherHold() {
+        if (held_) {
+            mailPasswdCipherCleanup();
+        }
+    }
+    SecretCString decrypt(const char* stored, const char* address) {
+        SecretCString plain(mailPasswdCipherOp(stored, MAIL_CIPHER_DECRYPT, address, nullptr));
+        held_ = held_ || (plain != nullptr && mailPasswdCipherInit() == 0);
+        return plain;
+    }
+
+private:
+    bool held_ = false;
+};
+
+/// Hands one user to the callback. `first` is the column of the encrypted password, before the unencrypted one and the
+/// two states.
+int checkPassword(const char* address, const SqliteStatement& row, int first, mail_auth_callback callback,
+                  void* context, CipherHold& cipher) {
+    const char* encrypted = row.text(first);
+    unsigned char flags = disabledFlags(row.number(first + 2) != 0, row.number(first + 3) != 0);
+    if (encrypted != nullptr && *encrypted != '\0') {
+        const SecretCString plain = cipher.decrypt(encrypted, address);
+        return callback(address, plain.get(), flags, context);
+    }
+    const char* unencrypted = row.text(first + 1);
+    if (unencrypted != nullptr) {
+        flags |= MAIL_AUTH_UNENCRYPTED;
+    }
+    return callback(address, unencrypted, flags, context);
+}
+
+/// Calls back for every row of kUsers followed by `restriction`.
+int iterate(const char* restriction, const char* mailname, mail_auth_callback callback, void* context) {
+    SqliteConnection connection;
+    if (!openForReading(connection)) {
+        return -1;
+    }
+    SqliteStatement row(connection);
+    const std::string sql = std::string(kUsers) + " " + restriction;
+    if (!row.prepare(sql.c_str())) {
+        return reportSelection(connection);
+    }
+    if (mailname != nullptr && !row.bind(1, mailname)) {
+        return fail(kavro::auth::kBindMailname, mailname, sql.c_str(), connection.errorText());
+    }
+    CipherHold cipher;
+    int stepped = row.step();
+    for (; stepped == SQLITE_ROW; stepped = row.step()) {
+        const char* address = row.text(0);
+        if (address == nullptr || *address == '\0') {
+            kavro_log(KAVRO_LOG_WARNING, "NULL or empty mail address stored in the database, skipped");
+        } else if (row.text(1) == nullptr && row.text(2) == nullptr) {
+            kavro_log(KAVRO_LOG_INFO, "empty password properties (both plain and encrypted) for user %s, skipped",
+                      address);
+        } else if (const int result = checkPassword(address, row, 1, callback, context, cipher); result < 1) {
+            return result;
+        }
+    }
+    return stepped == SQLITE_DONE ? 0 : reportSelection(connection);
+}
+
+}  // namespace
+
+int get_user_data(mail_auth_user_data* record, const char* mailname, const char* domain) {
+    *record = mail_auth_user_data{};
+    SqliteConnection connection;
+    if (!openForReading(connection)) {
+        return -1;
+    }
+    SqliteStatement domainRow(connection);
+    if (!domainRow.prepare(kUserDomain)) {
+        fail("Unable to get domain id: %s", connection.errorText());
+        return fail("Unable to get mail domain id for: %s", domain);
+    }
+    if (!domainRow.bind(1, domain)) {
+        return fail("Unable to bind parameter domain id for: %s: %s", domain, connection.errorText());
+    }
+    switch (domainRow.step()) {
+        case SQLITE_ROW:
+            break;
+        case SQLITE_DONE:
+            return 0;
+        default:
+            return fail("Unable to get domain id: %s", connection.errorText());
+    }
+
+    SqliteStatement user(connection);
+    if (!user.prepare(kUser)) {
+        return fail("Unable to get passwd for mailname: %s: %s", mailname, connection.errorText());
+    }
+    if (!user.bind(1, domainRow.number(0))) {
+        return fail("Unable to bind parameter bind domain id for: %s: %s", domain, connection.errorText());
+    }
+    if (!user.bind(2, mailname)) {
+        return fail("Unable to bind parameter bind mailname %s: %s", mailname, connection.errorText());
+    }
+    switch (user.step()) {
+        case SQLITE_ROW:
+            return fillUserData(record, user, domainRow.number(1) != 0);
+        case SQLITE_DONE:
+            return 0;
+        default:
+            return fail("Unable to get passwd for mailname: %s: %s", mailname, connection.errorText());
+    }
+}
+
+void free_user_data(mail_auth_user_data* record) {
+    const SecretCString name(record->name);
+    const SecretCString value(record->value);
+    *record = mail_auth_user_data{};
+}
+
+int mailAuthCheck(const char* address, mail_auth_callback callback, void* context) {
+    const char* at = address == nullptr ? nullptr : std::strchr(address, '@');
+    if (at == nullptr) {
+        return fail("Invalid mail address '%s'", address);
+    }
+    const std::string mailname(address, at);
+    SqliteConnection connection;
+    if (!openForReading(connection)) {
+        return -1;
+    }
+    SqliteStatement row(connection);
+    if (!row.prepare(kCheck)) {
+        return reportSelection(connection);
+    }
+    if (!row.bind(1, mailname.c_str())) {
+        return fail(kavro::auth::kBindMailname, mailname.c_str(), kCheck, connection.errorText());
+    }
+    if (!row.bind(2, at + 1)) {
+        return fail(kavro::auth::kBindDomainName, at + 1, kCheck, connection.errorText());
+    }
+    switch (row.step()) {
+        case SQLITE_ROW:
+            break;
+        case SQLITE_DONE:
+            kavro_log(KAVRO_LOG_INFO, "No such user '%s' in mail authorization database", address);
+            return -1;
+        default:
+            return reportSelection(connection);
+    }
+    if (row.text(0) == nullptr && row.text(1) == nullptr) {
+        kavro_log(KAVRO_LOG_INFO, "NULL password fields (both plain and encrypted) for user %s, skipped", address);
+        return -1;
+    }
+    CipherHold cipher;
+    return checkPassword(address, row, 0, callback, context, cipher);
+}
+
+int mailAuthIterateAll(mail_auth_callback callback, void* context) {
+    return iterate("ORDER BY d.name, u.name", nullptr, callback, context);
+}
+
+int mailAuthCheckShort(const char* mailname, mail_auth_callback callback, void* context) {
+    return iterate("AND u.name=LOWER(?)", mailname, callback, context);
+}

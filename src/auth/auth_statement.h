@@ -1,0 +1,68 @@
+// One statement on the authentication database whose failures are logged in the words that belong to it.
+#pragma once
+
+#include "util/log.h"
+#include "util/sqlite_connection.h"
+
+namespace kavro::auth {
+
+/// Bind failures of the parameters that several statements share. The statement and SQLite's text follow the arguments.
+// Kept: callers match these texts, doubled blanks included.
+inline constexpr const char* kBindMailname =
+    "Unable to bind parameter mailname '%s' to SQL statement for query '%s': %s";
+inline constexpr const char* kBindDomainId =
+    "Unable to bind parameter domain ID for mail address '%s@%s' to  SQL statement for query '%s': %s";
+inline constexpr const char* kBindDomainName =
+    "Unable to bind parameter domain name '%s' to  SQL statement for query '%s': %s";
+inline constexpr const char* kBindDomainStatus =
+    "Unable to bind parameter status '%d' for domain '%s' to SQL statement for query '%s': %s";
+
+/// Opens the database at mailAuthDB for writing. False, logged, on failure.
+bool openForWriting(SqliteConnection& connection);
+/// Opens it for reading. False, logged, on failure.
+bool openForReading(SqliteConnection& connection);
+
+/// Prepared by its constructor; the first failure makes it unusable and answers false from there on.
+class AuthStatement {
+public:
+    /// `failure` is what a failed preparation or step logs, with the statement and SQLite's text as its arguments.
+    /// Both texts must outlive the object.
+    AuthStatement(SqliteConnection& connection, const char* sql, const char* failure)
+        : connection_(connection),
+          statement_(connection),
+          sql_(sql),
+          failure_(failure),
+          usable_(statement_.prepare(sql)) {
+        if (!usable_) {
+            kavro_log(KAVRO_LOG_ERROR, failure_, sql_, connection_.errorText());
+        }
+    }
+
+    /// Binds by position, from 1. A failure logs `message` with `names`, the statement and SQLite's text.
+    template <typename Value, typename... Names>
+    bool bind(int position, Value value, const char* message, Names... names) {
+        if (usable_ && !statement_.bind(position, value)) {
+            kavro_log(KAVRO_LOG_ERROR, message, names..., sql_, connection_.errorText());
+            usable_ = false;
+        }
+        return usable_;
+    }
+
+    /// Runs a statement that answers no rows. 0, or -1, logged unless that was done.
+    int run() {
+        if (usable_ && statement_.step() != SQLITE_DONE) {
+            kavro_log(KAVRO_LOG_ERROR, failure_, sql_, connection_.errorText());
+            usable_ = false;
+        }
+        return usable_ ? 0 : -1;
+    }
+
+private:
+    SqliteConnection& connection_;
+    SqliteStatement statement_;
+    const char* sql_;
+    const char* failure_;
+    bool usable_;
+};
+
+}  // namespace kavro::auth

@@ -12,8 +12,7 @@
 
 namespace kavro::process {
 
-// NOLINTNEXTLINE(bugprone-reserved-identifier): the name is known to other programs of the panel.
-ProcessSetCatcher* __global_handler = nullptr;
+ProcessSetCatcher* __global_handler = nullptr;  // NOLINT(bugprone-reserved-identifier): an established name
 
 ProcessSetCatcher::~ProcessSetCatcher() noexcept(false) {
     const bool unwinding = std::uncaught_exceptions() > 0;

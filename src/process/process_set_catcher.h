@@ -54,6 +54,6 @@ private:
 };
 
 /// The installed catcher, or null. Written by install() and remove() only.
-extern ProcessSetCatcher* __global_handler;
+extern ProcessSetCatcher* __global_handler;  // NOLINT(bugprone-reserved-identifier): an established name
 
 }  // namespace kavro::process

@@ -1,4 +1,5 @@
-// The panel's four Postfix lookup tables, by their full map names.
+// The panel's four Postfix lookup tables: their full map names, what users are told they are called, and what else
+// their records share.
 #pragma once
 
 namespace kavro::mail::postfix {
@@ -7,6 +8,14 @@ inline constexpr const char* kVirtualDomainsTable = "hash:/var/spool/postfix/kav
 inline constexpr const char* kVmailboxTable = "hash:/var/spool/postfix/kavro/vmailbox";
 inline constexpr const char* kVirtualTable = "hash:/var/spool/postfix/kavro/virtual";
 inline constexpr const char* kAliasesTable = "hash:/var/spool/postfix/kavro/aliases";
+
+/// Human names of tables, for the message that a change could not be taken back.
+inline constexpr const char* kVirtualDomainsHumanName = "Postfix Virtual Domains Database";
+inline constexpr const char* kVmailboxHumanName = "Postfix Virtual Mailboxes Database";
+inline constexpr const char* kVirtualHumanName = "Postfix Virtual Aliases Database";
+
+/// Where mail for standard addresses and for bounces is handed to the host itself.
+inline constexpr const char* kLocalDomain = "@localhost.localdomain";
 
 /// The tool that makes every change to a table.
 inline constexpr const char* kPostmap = "/usr/sbin/postmap";

@@ -1,0 +1,74 @@
+// Incremental changes, and the check of records before they are handed to postmap.
+#include "postfix/database_helper.h"
+
+#include <algorithm>
+#include <string_view>
+
+#include "postfix/postfix_errors.h"
+#include "postfix/postmap.h"
+
+namespace kavro::mail::postfix {
+
+namespace {
+
+constexpr std::string_view kWhiteSpace = " \t\n\v\f\r";
+
+/// One word that stays one key on a line of its own.
+bool isPlainKey(const std::string& key) {
+    return !key.empty() && key.find_first_of(kWhiteSpace) == std::string::npos && key.find('\0') == std::string::npos;
+}
+
+/// postmap reads back exactly this record: no comment, no key with quotes around blanks, no escaped separator, one
+/// line.
+bool isPlainRecord(const std::string& key, const std::string& value) {
+    return isPlainKey(key) && key.front() != '#' && key.back() != '\\' && key.find('"') == std::string::npos &&
+           value.find_first_not_of(kWhiteSpace) != std::string::npos && value.find('\n') == std::string::npos &&
+           value.find('\0') == std::string::npos;
+}
+
+/// The outcome of a removal: a key that was not there makes postmap fail without an error line.
+void requireRemoved(const PostmapResult& result) {
+    if (result.succeeded()) {
+        return;
+    }
+    if (result.killed() || !DatabaseHelper::checkOutput(result.diagnostics, false)) {
+        throw PostfixDatabaseError(result.diagnostics);
+    }
+}
+
+}  // namespace
+
+void DatabaseHelper::checkRecord(const std::string& key, const std::string& value) {
+    if (!isPlainRecord(key, value)) {
+        throw PostfixConfigurationError("invalid lookup table record '" + key + " " + value + "'");
+    }
+}
+
+void DatabaseHelper::checkKey(const std::string& key) {
+    if (!isPlainKey(key)) {
+        throw PostfixDatabaseError("invalid lookup table key '" + key + "'");
+    }
+}
+
+void DatabaseHelper::addFrom(const std::string& table, const process::Producer& records) {
+    const PostmapResult result = runPostmap({"-r", "-i", table}, records, {});
+    if (!result.succeeded()) {
+        throw PostfixConfigurationError(result.reason());
+    }
+}
+
+void DatabaseHelper::removeFrom(const std::string& table, const process::Producer& keys) {
+    requireRemoved(runPostmap({"-d", "-", table}, keys, {}));
+}
+
+void DatabaseHelper::addRecord(const std::string& table, const std::string& key, const std::string& value) {
+    const std::vector<Record> records{{key, value}};
+    addRecords(table, records.begin(), records.end());
+}
+
+void DatabaseHelper::removeRecord(const std::string& table, const std::string& key) {
+    checkKey(key);
+    requireRemoved(runPostmap({"-d", key, table}, {}, {}));
+}
+
+}  // namespace kavro::mail::postfix

@@ -1,0 +1,126 @@
+// The one place that knows how records of a lookup table are added, removed, replaced and filtered: through postmap(1),
+// never by hand. Tables are named by their full map names (postfix/tables.h).
+//
+// Adding and removing touch the hash map alone and take no lock of ours; replacing and filtering rewrite the whole
+// table under its lock. A record that is added between the dump and the rebuild of a rewrite is lost with the old map.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "postfix/record_filters.h"
+#include "postfix/table_rewrite.h"
+#include "process/pipe.h"
+
+namespace kavro::mail::postfix {
+
+/// Stateless. Ranges are of (key, value) pairs or of keys, in lists or vectors. Adding, replacing and filtering throw
+/// PostfixConfigurationError, removing throws PostfixDatabaseError, both with postmap's diagnostics. A key or value
+/// that postmap's text form cannot hold is refused with the same errors before anything is run: it would be lost
+/// without a word or, holding a line feed, be read as a second record.
+class DatabaseHelper {
+public:
+    using Record = std::pair<std::string, std::string>;
+
+    /// Adds records or overwrites those with the same keys. Runs nothing for an empty range.
+    template <typename Iterator>
+    static void addRecords(const std::string& table, Iterator first, Iterator last) {
+        if (first == last) {
+            return;
+        }
+        checkRecords(first, last);
+        addFrom(table, [first, last](std::vector<char>& buffer) mutable {
+            bool more = true;
+            while (more && buffer.size() < kFeedSize) {
+                more = formRecord(buffer, first, last);
+            }
+            return more;
+        });
+    }
+
+    static void addRecord(const std::string& table, const std::string& key, const std::string& value);
+
+    /// Deletes records; one that is not there is no error.
+    template <typename Iterator>
+    static void removeRecords(const std::string& table, Iterator first, Iterator last) {
+        for (Iterator key = first; key != last; ++key) {
+            checkKey(*key);
+        }
+        removeFrom(table, [first, last](std::vector<char>& buffer) mutable {
+            for (; first != last && buffer.size() < kFeedSize; ++first) {
+                buffer.insert(buffer.end(), first->begin(), first->end());
+                buffer.push_back('\n');
+            }
+            return first != last;
+        });
+    }
+
+    static void removeRecord(const std::string& table, const std::string& key);
+
+    /// The table holds exactly these records afterwards.
+    template <typename Iterator>
+    static void replaceRecords(const std::string& table, Iterator first, Iterator last) {
+        checkRecords(first, last);
+        TableRewrite rewrite(table);
+        std::vector<char> line;
+        while (first != last) {
+            line.clear();
+            formRecord(line, first, last);
+            rewrite.text().write(line.data(), static_cast<std::streamsize>(line.size()));
+        }
+        rewrite.rebuild("-r");
+    }
+
+    /// Passes every record through a copy of the line filter and rebuilds the table from what it keeps.
+    template <typename LineFilter>
+    static void filterRecords(const std::string& table, const LineFilter& filter) {
+        TableRewrite rewrite(table);
+        database::DataStreamFilter<LineFilter> stream(filter, rewrite.text());
+        rewrite.dump([&stream](const std::vector<char>& chunk) { stream.filterChunk(chunk); });
+        stream.filterTail();
+        rewrite.rebuild();
+    }
+
+    /// The same with one element filter for keys and list elements.
+    template <typename ElementFilter>
+    static void filterElements(const std::string& table, const ElementFilter& filter) {
+        filterRecords(table, database::ElementsFilter<ElementFilter>(filter));
+    }
+
+    /// Appends the text form of the record at `position`, unless that is the end, and advances; answers whether records
+    /// remain.
+    template <typename Iterator>
+    static bool formRecord(std::vector<char>& buffer, Iterator& position, const Iterator& end) {
+        if (position == end) {
+            return false;
+        }
+        buffer.insert(buffer.end(), position->first.begin(), position->first.end());
+        buffer.push_back(' ');
+        buffer.insert(buffer.end(), position->second.begin(), position->second.end());
+        buffer.push_back('\n');
+        return ++position != end;
+    }
+
+    /// True when postmap's diagnostics hold no line "program: severity: message" that counts as an error: panic, fatal
+    /// and error do; with `strict` every severity but warning does.
+    static bool checkOutput(const std::string& text, bool strict);
+
+private:
+    /// Input is handed over in pieces of about the size that a pipe takes at once.
+    static constexpr std::size_t kFeedSize = 4096;
+
+    template <typename Iterator>
+    static void checkRecords(Iterator first, Iterator last) {
+        for (; first != last; ++first) {
+            checkRecord(first->first, first->second);
+        }
+    }
+
+    static void checkRecord(const std::string& key, const std::string& value);
+    static void checkKey(const std::string& key);
+    static void addFrom(const std::string& table, const process::Producer& records);
+    static void removeFrom(const std::string& table, const process::Producer& keys);
+};
+
+}  // namespace kavro::mail::postfix

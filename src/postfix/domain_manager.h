@@ -1,0 +1,60 @@
+// The records that mail domains and their aliases own in the lookup tables, and the storage root that goes with a
+// domain.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "postfix/batch_database_helper.h"
+#include "storage/maildir_manager.h"
+
+namespace kavro::mail::postfix {
+
+/// Stateless. Forms without a batch apply their changes at once. Failures of tables and storage are exceptions. Names
+/// of aliases, mailnames and lists come from the session mail data.
+class DomainManager {
+public:
+    /// Storage root and records; leftovers of a former domain or alias of that name are removed first.
+    static void createDomain(const std::string& domain, bool disabled);
+    /// The same with a domain quota in bytes.
+    static void createDomain(const std::string& domain, long quota, bool disabled);
+    static void createDomainRecord(BatchDatabaseHelper& batch, const std::string& domain, bool disabled);
+    /// Removes the domain with all references to it, and its storage as told: a failing removal of the storage is
+    /// passed over, a failing backup is not. Bounce commands stay in the aliases table.
+    static void removeDomain(const std::string& domain, OnRemoval onRemoval);
+    /// Removes all keys and list elements in the domain, with `subdomains` also those in its subdomains.
+    static void removeDomainReferences(const std::string& domain, bool subdomains);
+    static void enableDomain(BatchDatabaseHelper& batch, const std::string& domain);
+    static void enableDomain(const std::string& domain);
+    static void disableDomain(const std::string& domain);
+    /// Renames in all tables, then the storage root; the tables are restored when a step fails.
+    static void renameDomain(const std::string& oldDomain, const std::string& newDomain);
+
+    static void createStandardDomainAddresses(BatchDatabaseHelper& batch, const std::string& domain);
+    static void createStandardDomainAddresses(const std::string& domain);
+    static void removeStandardDomainAddresses(BatchDatabaseHelper& batch, const std::string& domain);
+    static void removeStandardDomainAddresses(const std::string& domain);
+
+    /// The alias and its view of every mailname and mail alias of the domain.
+    static void createDomainAlias(BatchDatabaseHelper& batch, const std::string& domain, const std::string& alias);
+    static void createDomainAlias(const std::string& domain, const std::string& alias);
+    static void removeDomainAlias(const std::string& alias);
+    /// Not undone when it fails, but for the host's own records.
+    static void renameDomainAlias(const std::string& oldAlias, const std::string& newAlias);
+
+    /// Mail for unknown names of the domain and its aliases goes to the target.
+    static void createCatchall(BatchDatabaseHelper& batch, const std::string& domain, const std::string& target);
+    static void createCatchall(const std::string& domain, const std::string& target);
+    static void createCatchallFor(BatchDatabaseHelper& batch, const std::vector<std::string>& domains,
+                                  const std::string& target);
+    static void removeCatchall(BatchDatabaseHelper& batch, const std::string& domain);
+    static void removeCatchall(const std::string& domain);
+
+    /// Mail for unknown names of the domain and its aliases is answered with the message.
+    static void setBounce(BatchDatabaseHelper& batch, const std::string& domain, const std::string& message);
+    static void setBounce(const std::string& domain, const std::string& message);
+    static void setBounceFor(BatchDatabaseHelper& batch, const std::vector<std::string>& domains,
+                             const std::string& message);
+};
+
+}  // namespace kavro::mail::postfix

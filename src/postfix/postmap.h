@@ -1,0 +1,28 @@
+// Runs of postmap(1), the one tool that reads and writes lookup tables. For use inside this folder.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "process/pipe.h"
+
+namespace kavro::mail::postfix {
+
+/// How one run ended.
+struct PostmapResult {
+    int status = 0;           ///< raw wait status
+    std::string diagnostics;  ///< all that it wrote to standard error
+
+    /// Ended by itself with exit code 0.
+    bool succeeded() const noexcept;
+    bool killed() const noexcept;
+    /// The diagnostics, or "unknown error" when there are none.
+    std::string reason() const;
+};
+
+/// Runs postmap with the arguments. Its standard input comes from `input`, its standard output goes to `output`; either
+/// is the null device when empty. Throws what the pipeline throws; a failed run is told by the result only.
+PostmapResult runPostmap(const std::vector<std::string>& arguments, const process::Producer& input,
+                         const process::Consumer& output);
+
+}  // namespace kavro::mail::postfix

@@ -1,0 +1,42 @@
+// The session queries that the record builders ask.
+#include "postfix/session_names.h"
+
+#include "session/session_queries.h"
+#include "util/string_array.h"
+
+namespace kavro::mail::postfix {
+
+std::vector<std::string> takeNames(char** names) {
+    std::vector<std::string> result;
+    for (char** name = names; name != nullptr && *name != nullptr; ++name) {
+        result.emplace_back(*name);
+    }
+    free_array(names);
+    return result;
+}
+
+std::vector<std::string> mailnamesOf(const std::string& domain) {
+    char** names = nullptr;
+    get_mailnames_by_domain(nullptr, &names, domain.c_str());
+    return takeNames(names);
+}
+
+std::vector<std::string> mailAliasesOf(const std::string& mailname, const std::string& domain) {
+    char** names = nullptr;
+    get_aliases_by_mailname(nullptr, &names, mailname.c_str(), domain.c_str());
+    return takeNames(names);
+}
+
+std::vector<std::string> domainAliasesOf(const std::string& domain) {
+    std::vector<std::string> result;
+    append_domainaliases_by_domain(result, domain);
+    return result;
+}
+
+std::vector<std::string> mailListsOf(const std::string& domain) {
+    std::vector<std::string> result;
+    append_maillists_by_domain(result, domain);
+    return result;
+}
+
+}  // namespace kavro::mail::postfix

@@ -1,0 +1,65 @@
+// Dump and rebuild of a table under its lock.
+#include "postfix/table_rewrite.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include "postfix/postfix_errors.h"
+#include "postfix/postmap.h"
+#include "process/descriptors.h"
+#include "process/retry.h"
+
+namespace kavro::mail::postfix {
+
+namespace {
+
+/// The part after the map type; the whole name when there is no type.
+std::string textSourcePath(const std::string& table) {
+    return table.substr(table.find(':') + 1);
+}
+
+/// Keeps writers off a hash map while it is dumped. "postmap -s" locks the file for single reads only, and a map that
+/// grows between two of them is read with records missing. Adding and rebuilding runs wait for an exclusive flock(2) on
+/// the same file, readers share it.
+class MapReadLock {
+public:
+    explicit MapReadLock(const std::string& mapFile)
+        : file_(retryInterrupted([&] { return ::open(mapFile.c_str(), O_RDONLY | O_CLOEXEC); })) {
+        // A map that cannot be opened is postmap's to report.
+        if (!file_.empty()) {
+            checkedCall("flock", [this] { return ::flock(file_.get(), LOCK_SH); });
+        }
+    }
+
+private:
+    FdOwner file_;
+};
+
+void require(const PostmapResult& result) {
+    if (!result.succeeded()) {
+        throw PostfixConfigurationError(result.reason());
+    }
+}
+
+}  // namespace
+
+TableRewrite::TableRewrite(const std::string& table)
+    : table_(table), path_(textSourcePath(table)), lock_(path_, MKLock::kHashedName, MKLock::kWait), text_(path_) {
+    text_.exceptions(std::ios::badbit | std::ios::failbit);
+}
+
+void TableRewrite::dump(const process::Consumer& consumer) {
+    const MapReadLock lock(path_ + ".db");
+    require(runPostmap({"-s", table_}, {}, consumer));
+}
+
+void TableRewrite::rebuild(const std::string& option) {
+    text_.close();
+    if (option.empty()) {
+        require(runPostmap({table_}, {}, {}));
+    } else {
+        require(runPostmap({option, table_}, {}, {}));
+    }
+}
+
+}  // namespace kavro::mail::postfix

@@ -1,0 +1,38 @@
+// A whole table written anew through its text source: lock, text, rebuild. Everything that replaces or filters a table
+// goes through here.
+#pragma once
+
+#include <ostream>
+#include <string>
+
+#include "postfix/autoclean_ofstream.h"
+#include "process/pipe.h"
+#include "util/lock_file.h"
+
+namespace kavro::mail::postfix {
+
+/// Holds the table's lock and its text source; whatever happens, the destructor removes the text source, then gives the
+/// lock back. The table itself changes in rebuild() only.
+class TableRewrite {
+public:
+    /// Waits for the lock and opens the text source, whose stream throws on every failure from then on.
+    explicit TableRewrite(const std::string& table);
+    TableRewrite(const TableRewrite&) = delete;
+    TableRewrite& operator=(const TableRewrite&) = delete;
+
+    /// What is written here is what the table will hold: one record a line, key, blank, value.
+    std::ostream& text() noexcept { return text_; }
+    /// Hands every record of the table to the consumer, in pieces of any size. Throws PostfixConfigurationError.
+    void dump(const process::Consumer& consumer);
+    /// Closes the text source and builds the table from it, with options of postmap(1) before the table's name when
+    /// given. Throws PostfixConfigurationError.
+    void rebuild(const std::string& option = {});
+
+private:
+    std::string table_;
+    std::string path_;
+    MKLock lock_;
+    AutocleanOFStream text_;
+};
+
+}  // namespace kavro::mail::postfix

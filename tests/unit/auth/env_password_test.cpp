@@ -1,0 +1,171 @@
+// The password's way in from the environment, and that nothing of it stays behind.
+#include "auth/env_password.h"
+
+#include <crypt.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdint>
+
+#include "auth/auth_database.h"
+#include "auth_fixture.h"
+
+namespace {
+
+void setBoth(const char* plain, const char* crypted) {
+    ::setenv("ZCP_PASSWORD", plain, 1);
+    ::setenv("ZCP_CRYPTED_PASSWORD", crypted, 1);
+}
+
+TEST(EnvPassword, ThePlainOneWinsAndOnlyTheOneTakenGoes) {
+    const char* password = "untouched";
+    int crypted = 9;
+    setBoth("", "");
+    EXPECT_EQ(get_env_password(&password, &crypted), -1);
+    EXPECT_STREQ(password, "untouched");
+    EXPECT_EQ(crypted, 9);
+
+    setBoth("plain", "hash");
+    ASSERT_EQ(get_env_password(&password, &crypted), 0);
+    const kavro::CString first(const_cast<char*>(password));
+    EXPECT_STREQ(password, "plain");
+    EXPECT_EQ(crypted, 0);
+    EXPECT_EQ(::getenv("ZCP_PASSWORD"), nullptr);
+    EXPECT_STREQ(::getenv("ZCP_CRYPTED_PASSWORD"), "hash");
+
+    ::setenv("ZCP_PASSWORD", "", 1);
+    ASSERT_EQ(get_env_password(&password, &crypted), 0);
+    const kavro::CString second(const_cast<char*>(password));
+    EXPECT_STREQ(password, "hash");
+    EXPECT_EQ(crypted, 1);
+    EXPECT_EQ(::getenv("ZCP_CRYPTED_PASSWORD"), nullptr);
+}
+
+TEST(EnvPassword, TheAccessorLeavesNeitherVariable) {
+    for (const auto& [plain, crypted, expected, flags] :
+         {std::tuple{"p", "h", "p", 0}, {"", "h", "h", 1}, {"", "", "(null)", 0}}) {
+        setBoth(plain, crypted);
+        const PasswordAccessor accessor;
+        EXPECT_STREQ(accessor.password() != nullptr ? accessor.password() : "(null)", expected);
+        EXPECT_EQ(accessor.flags(), flags);
+        EXPECT_EQ(::getenv("ZCP_PASSWORD"), nullptr);
+        EXPECT_EQ(::getenv("ZCP_CRYPTED_PASSWORD"), nullptr);
+    }
+}
+
+/// Both buffers live as long as the process, so each case has a process of its own.
+template <typename Check>
+void inOwnProcess(Check check) {
+    EXPECT_EXIT(std::exit(check() ? 0 : 1), ::testing::ExitedWithCode(0), "");
+}
+
+TEST(EnvPassword, BuffersAreFilledOnceAndHoldAHashOfThePlainOne) {
+    inOwnProcess([] {
+        setBoth("plain", "hash");
+        const std::string made = get_env_crypted_password();
+        const bool removed = ::getenv("ZCP_PASSWORD") == nullptr && ::getenv("ZCP_CRYPTED_PASSWORD") == nullptr;
+        setBoth("other", "hash");
+        return removed && made.size() == 34 && made.starts_with("$1$") && made == ::crypt("plain", made.c_str()) &&
+               made == get_env_crypted_password();
+    });
+    inOwnProcess([] {
+        setBoth("", std::string(5000, 'h').c_str());
+        return get_env_crypted_password() == std::string(4096, 'h') && ::getenv("ZCP_CRYPTED_PASSWORD") == nullptr;
+    });
+    inOwnProcess([] {
+        setBoth("", "");
+        const std::string made = get_env_crypted_password();
+        return made.size() == 34 && made == ::crypt("", made.c_str());
+    });
+    inOwnProcess([] {
+        setBoth("", "hash");
+        const bool empty = *get_env_noncrypted_password() == '\0';
+        ::setenv("ZCP_PASSWORD", "plain", 1);
+        return empty && get_env_noncrypted_password() == std::string("plain") && ::getenv("ZCP_PASSWORD") == nullptr &&
+               ::getenv("ZCP_CRYPTED_PASSWORD") != nullptr;
+    });
+}
+
+// The secret stands in this program only disguised, or the search would find itself.
+constexpr char kDisguised[] = "uif.tfdsfu.uibu.nvtu.wbojti";
+constexpr std::size_t kLength = sizeof(kDisguised) - 1;
+
+/// How often the undisguised text stands in the memory of this process, its environment included.
+int occurrences() {
+    int found = 0;
+    std::ifstream maps("/proc/self/maps");
+    const int memory = ::open("/proc/self/mem", O_RDONLY);
+    static char chunk[65536];
+    for (std::string line; std::getline(maps, line);) {
+        std::uintptr_t begin = 0;
+        std::uintptr_t end = 0;
+        char writable = '-';
+        if (std::sscanf(line.c_str(), "%lx-%lx r%c", &begin, &end, &writable) != 3 || writable != 'w') {
+            continue;
+        }
+        for (std::uintptr_t at = begin; at < end; at += sizeof(chunk) - kLength) {
+            if (at + kLength >= reinterpret_cast<std::uintptr_t>(chunk) &&
+                at < reinterpret_cast<std::uintptr_t>(chunk) + sizeof(chunk)) {
+                continue;
+            }
+            const ssize_t got = ::pread(memory, chunk, std::min(sizeof(chunk), end - at), static_cast<off_t>(at));
+            for (ssize_t i = 0; i + static_cast<ssize_t>(kLength) <= got; ++i) {
+                std::size_t same = 0;
+                while (same < kLength && chunk[i + static_cast<ssize_t>(same)] == kDisguised[same] - 1) {
+                    ++same;
+                }
+                found += same == kLength ? 1 : 0;
+            }
+        }
+    }
+    ::close(memory);
+    return found;
+}
+
+class EnvPasswordTrace : public AuthDatabaseTest {};
+
+// Runs in the process that the next test starts, with the secret in its environment from the start.
+TEST_F(EnvPasswordTrace, DISABLED_Inside) {
+    ASSERT_GT(occurrences(), 0);
+    {
+        const PasswordAccessor accessor;
+        ASSERT_EQ(mailPasswdCipherInit(), 0);
+        EXPECT_EQ(mailAuthSet("joe", "d.test", accessor.password(), accessor.flags()), 0);
+        EXPECT_EQ(mailAuthSet("ann", "d.test", accessor.password(), MAIL_AUTH_UNENCRYPTED), 0);
+        EXPECT_EQ(mailAuthClone("ann", "d.test", "bob", "d.test"), 0);
+        EXPECT_EQ(mailAuthCheck(
+                      "joe@d.test",
+                      [](const char*, const char* password, unsigned char, void* expected) {
+                          return std::string_view(password) == static_cast<const char*>(expected) ? 1 : -1;
+                      },
+                      const_cast<char*>(accessor.password())),
+                  1);
+        EXPECT_EQ(occurrences(), 1);  // the accessor's own
+    }
+    mailPasswdCipherCleanup();
+    EXPECT_EQ(occurrences(), 0);
+}
+
+TEST_F(EnvPasswordTrace, NothingOfItStaysInTheProcess) {
+    std::string secret(kDisguised);
+    for (char& character : secret) {
+        --character;
+    }
+    const std::string plain = "ZCP_PASSWORD=" + secret;
+    const std::string crypted = "ZCP_CRYPTED_PASSWORD=" + secret;
+    const char* environment[] = {plain.c_str(), crypted.c_str(), plain.c_str(), nullptr};
+    const char* arguments[] = {"auth_test", "--gtest_also_run_disabled_tests",
+                               "--gtest_filter=EnvPasswordTrace.DISABLED_Inside", "--gtest_brief=1", nullptr};
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::execve("/proc/self/exe", const_cast<char**>(arguments), const_cast<char**>(environment));
+        ::_exit(127);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+}  // namespace

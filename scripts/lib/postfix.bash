@@ -67,6 +67,13 @@ smtp_send() {
   case $rcpt in 2*) ;; *) return 1 ;; esac
 }
 
+# A running address resolver keeps what it read of a table until its clients have been idle for some seconds; only an
+# added domain is made known to it at once. This is the shortcut.
+reload_postfix() {
+  postfix reload >/dev/null 2>&1
+  sleep 0.5
+}
+
 # wait_for_mail DIR SUBJECT: the path of the message with that subject in a Maildir, as soon as it is there (10 s).
 wait_for_mail() {
   local file _

@@ -1,0 +1,154 @@
+# Shared by the system tests: fresh stores for each test, the state of all stores as one text, stand-ins for postmap.
+# bats runs these as root on the real fixed paths, so they refuse to start anywhere but in scripts/sandbox.
+
+TABLES=/var/spool/postfix/kavro
+MAIL_ROOT=/var/qmail/mailnames
+AUTH_DB=$TABLES/passwd.db
+HANDLERS_DB=/var/lib/kavro/mail/handlers/handlers.db
+PLUGINS=/usr/lib/kavro-9.0/domain_rename
+KEYS=/etc/domainkeys
+
+if [ ! -e /run/mxadmin-sandbox ]; then
+  echo "These tests change system files. Run them as: scripts/sandbox bats tests/system" >&2
+  exit 1
+fi
+
+# Empty stores, as a new mail server has them. The stub stands in for the delivery agent that .qmail names.
+reset_stores() {
+  restore_postmap
+  rm -rf "$TABLES" "$MAIL_ROOT" /var/lib/kavro "$KEYS" /usr/lib/kavro-9.0 /var/lock/files/*
+  mkdir -p "$PLUGINS"
+  install -D -m 0755 /dev/null /usr/lib/dovecot/dovecot-lda
+  unset ZCP_PASSWORD ZCP_CRYPTED_PASSWORD
+  mxrepair --init >/dev/null
+}
+
+# table NAME: its records, sorted.
+table() { postmap -s "hash:$TABLES/$1" | sort; }
+
+# sql DB STATEMENT: waits for a busy database instead of failing.
+sql() { sqlite3 -cmd '.timeout 10000' "$@"; }
+
+# Users as name@domain, how the password is stored, user and domain status (1: disabled), then domains without users.
+auth_users() {
+  sql $AUTH_DB "SELECT u.name || '@' || d.name || ' ' || CASE
+      WHEN u.userPassword LIKE '\$AES-256-CBC:PKCS\$%' AND u.cmusaslsecretPLAIN IS NULL THEN 'encrypted'
+      WHEN u.userPassword IS NULL AND u.cmusaslsecretPLAIN IS NOT NULL THEN 'as-is:' || u.cmusaslsecretPLAIN
+      WHEN u.userPassword IS NULL THEN 'none' ELSE 'odd:' || u.userPassword END
+      || ' ' || u.status || d.status FROM users u JOIN domains d ON d.id = u.dom_id
+    UNION SELECT '(domain) ' || name || ' ' || status FROM domains
+      WHERE id NOT IN (SELECT dom_id FROM users) ORDER BY 1"
+}
+
+# password_of MAILNAME DOMAIN: the stored password, decrypted with the key file by other means than mxadmin's.
+password_of() {
+  local iv cipher
+  IFS='$' read -r _ _ iv cipher < <(sql $AUTH_DB "SELECT userPassword FROM users u JOIN domains d ON d.id = dom_id
+    WHERE u.name='$1' AND d.name='$2'")
+  openssl enc -d -aes-256-cbc -A -a -K "$(od -An -v -tx1 $TABLES/passwd_db_key | tr -d ' \n')" \
+    -iv "$(base64 -d <<<"$iv" | od -An -v -tx1 | tr -d ' \n')" <<<"$cipher"
+}
+
+handlers() { sql $HANDLERS_DB "SELECT address || ' ' || name || ' ' || enabled FROM handlers ORDER BY address, name"; }
+
+# add_handler ADDRESS NAME
+add_handler() {
+  sql $HANDLERS_DB "INSERT INTO handlers (queue, type, enabled, priority, name, address, executable, context)
+    VALUES (5, 5, 1, 10, '$2', '$1', '/bin/true', 'none')"
+}
+
+# The storage tree: type, mode, owner, path; then the texts of delivery files and quota headers.
+storage() {
+  find "$MAIL_ROOT" -mindepth 1 -printf '%y %m %u:%g %P\n' | sort -k 4
+  local file
+  find "$MAIL_ROOT" -name .qmail -o -name maildirsize | sort | while IFS= read -r file; do
+    printf '%s: %s\n' "${file#"$MAIL_ROOT"/}" "$(head -n 5 "$file" | tr '\n' '~')"
+  done
+}
+
+# All stores in one text, for comparison before and after.
+state() {
+  local name
+  for name in virtual_domains vmailbox virtual aliases; do
+    printf '[%s]\n' "$name"
+    table $name
+  done
+  printf '[auth]\n%s\n[handlers]\n%s\n[storage]\n' "$(auth_users)" "$(handlers)"
+  storage
+  printf '[keys]\n'
+  find $KEYS -mindepth 1 -printf '%y %m %u:%g %P\n' | sort -k 4
+  printf '[leftovers]\n'
+  leftovers
+}
+
+# Files that no finished command may leave behind.
+leftovers() {
+  find $TABLES -mindepth 1 ! -name '*.db' ! -name passwd_db_key -printf '%P\n'
+  find "$MAIL_ROOT" \( -name '*.tmp' -o -name '*maildirsize' ! -name maildirsize \) -printf '%P\n'
+}
+
+# same WHAT EXPECTED ACTUAL: equality with a readable difference.
+same() {
+  [ "$2" = "$3" ] && return
+  printf '%s differs (- expected, + found):\n' "$1"
+  diff <(printf '%s\n' "$2") <(printf '%s\n' "$3") | sed -n 's/^</-/p; s/^>/+/p'
+  return 1
+}
+
+# document DOMAIN [ALIASES [MAILS [LISTS]]]: a session document. ALIASES and LISTS are words; MAILS are words like
+# info:sales,help (a mailname with its aliases) or info=5MB:sales (with a quota).
+document() {
+  local word name aliases quota unit separator=
+  quoted() { local w s=; for w in $1; do printf '%s"%s"' "$s" "$w"; s=', '; done; }
+  printf '{ "domain": { "name": "%s", "dom_aliases": [ %s ], "maillists": [ %s ], "mails": [ ' \
+    "$1" "$(quoted "${2:-}")" "$(quoted "${4:-}")"
+  for word in ${3:-}; do
+    name=${word%%:*}
+    aliases=
+    case $word in *:*) aliases=${word#*:} ;; esac
+    quota=-1
+    unit=B
+    case $name in *=*)
+      quota=${name#*=}
+      name=${name%%=*}
+      unit=${quota##*[0-9]}
+      quota=${quota%"$unit"}
+      ;;
+    esac
+    printf '%s{ "name": "%s", "mbox_quota": %s, "mbox_quota_unit": "%s", "aliases": [ %s ] }' \
+      "$separator" "$name" "$quota" "${unit:-B}" "$(quoted "${aliases//,/ }")"
+    separator=', '
+  done
+  printf ' ] } }'
+}
+
+# with DOCUMENT COMMAND...: runs the command with the document on standard input; status, output and errors land in
+# $status, $out and $err.
+with() {
+  local input=$1
+  shift
+  status=0
+  "$@" <<<"$input" >/tmp/out 2>/tmp/err || status=$?
+  out=$(cat /tmp/out)
+  err=$(cat /tmp/err)
+}
+
+# A stand-in for postmap: the text of a shell script in which "real" calls the real one. A counter of calls is kept in
+# /tmp/postmap-calls, so that a script can fail the n-th: [ "$call" = 3 ] && exit 1.
+replace_postmap() {
+  [ -e /usr/sbin/postmap.real ] || cp -p /usr/sbin/postmap /usr/sbin/postmap.real
+  : >/tmp/postmap-calls
+  rm -f /usr/sbin/postmap
+  cat >/usr/sbin/postmap <<EOF
+#!/bin/sh
+real() { exec /usr/sbin/postmap.real "\$@"; }
+echo "\$*" >>/tmp/postmap-calls
+call=\$(wc -l </tmp/postmap-calls)
+$1
+EOF
+  chmod 0755 /usr/sbin/postmap
+}
+
+restore_postmap() {
+  [ ! -e /usr/sbin/postmap.real ] || mv -f /usr/sbin/postmap.real /usr/sbin/postmap
+}

@@ -38,8 +38,8 @@ bool isAtValueEnd(const char* text) {
     return *text == '\0' || *text == '#';
 }
 
-/// Where the value ends that begins at `value`. Kept: a second space character in a row takes the mark of the first
-/// back, so that trailing space is cut only when it is of odd length. Callers match it.
+/// Where the value ends that begins at `value`. Kept: each second space character in a row takes the mark of the one
+/// before it back, so that at most the last character of trailing space is cut, and only from a run of odd length.
 char* findValueEnd(char* value) {
     char* trailing = nullptr;
     for (; !isAtValueEnd(value); ++value) {

@@ -32,9 +32,11 @@ void kavro_log_init(const char* location, int level, int facility, int options, 
 /// Sets the highest priority number that is let through; also the system log's mask when that is in use.
 void kavro_log_set_level(int level);
 
-/// The console logger.
+// The console logger, under the names that the panel's other utilities link to.
+// NOLINTBEGIN(bugprone-reserved-identifier): the names are given
 void _kavro_utility_log(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));
 void _kavro_utility_logv(int priority, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
+// NOLINTEND(bugprone-reserved-identifier)
 
 /// Reports on standard error and on standard output, with "System error" and errno's text on a second line when errno
 /// is set and the buffer holds it. A non-zero status ends the process with it; else returns 0. `flag` is ignored.

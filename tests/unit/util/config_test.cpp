@@ -1,0 +1,98 @@
+// Reading of the configuration file and what stands in for it.
+#include "util/config.h"
+
+#include "util/support.h"
+
+namespace {
+
+using Config = ScratchTest;
+
+constexpr const char* kFile = "/etc/zcp/zcp.conf";
+
+struct TableFreer {
+    void operator()(ConfTable* table) const { conf_free_r(table); }
+};
+using Table = std::unique_ptr<ConfTable, TableFreer>;
+
+Table emptyTable() {
+    return Table(static_cast<ConfTable*>(std::calloc(1, sizeof(ConfTable))));
+}
+
+TEST_F(Config, ReadsLinesAsWritten) {
+    struct {
+        const char* text;
+        const char* value;   ///< of KEY; null when it is not defined
+        const char* logged;  ///< what follows the rest of the line; null when nothing is logged
+    } const cases[] = {
+        {"KEY /path\n", "/path", nullptr},
+        {" \t\vKEY \t a b", "a b", nullptr},
+        {"KEY /path # comment\n", "/path", nullptr},
+        {"KEY /path  # comment\n", "/path  ", nullptr},
+        {"KEY /path   # comment\n", "/path  ", nullptr},
+        {"KEY /path#comment\n", "/path", nullptr},
+        {"KEY /path \n", "/path \n", nullptr},
+        {"KEY /path\r\n", "/path\r\n", nullptr},
+        {"KEY one\nKEY two\n", "two", nullptr},
+        {"  # KEY x\n\n   \nkey x\n", nullptr, nullptr},
+        {"KEY=/path\n", nullptr, "\nExpected a space after variable name\n"},
+        {"=x\n", nullptr, "\nExpected a space after variable name\n"},
+        {"KEY#\n", nullptr, "\nExpected a space after variable name\n"},
+        {"KEY  \n", nullptr, "\nExpected a value"},
+        {"KEY # x\n", nullptr, "\nExpected a value"},
+    };
+    for (const auto& c : cases) {
+        const LogCapture log;
+        writeFile(path("conf"), c.text);
+        const Table table = emptyTable();
+        ASSERT_EQ(conf_read_file_r(path("conf").c_str(), table.get()), 0);
+        EXPECT_STREQ(conf_get_r("KEY", table.get()), c.value) << c.text;
+        std::vector<std::string> expected;
+        if (c.logged != nullptr) {
+            expected.push_back(std::string("12 Invalid variable definition ") + c.text + c.logged);
+        }
+        EXPECT_EQ(LogCapture::messages, expected) << c.text;
+    }
+}
+
+TEST_F(Config, TableGrowsAndFindsSortedAndUnsorted) {
+    const Table table = emptyTable();
+    for (int i = 40; i >= 0; --i) {
+        const std::string name = "K" + std::to_string(i);
+        ASSERT_EQ(conf_set_r(name.c_str(), (name + "v").c_str(), table.get()), 0);
+    }
+    EXPECT_EQ(table->capacity, 80U);
+    EXPECT_STREQ(conf_get_r("K0", table.get()), "K0v");
+    conf_finalize_r(table.get());
+    ASSERT_EQ(conf_set_r("K0", "new", table.get()), 0);
+    EXPECT_EQ(table->sorted, 1);
+    EXPECT_EQ(table->count, 41U);
+    EXPECT_STREQ(conf_get_r("K0", table.get()), "new");
+    EXPECT_STREQ(conf_get_r("K40", table.get()), "K40v");
+    EXPECT_EQ(conf_get_r("K99", table.get()), nullptr);
+}
+
+TEST_F(Config, DefaultsStandInUntilTheFileCanBeRead) {
+    std::filesystem::create_directories("/etc/zcp");
+    std::filesystem::remove(kFile);
+    const LogCapture log;
+    EXPECT_STREQ(zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D), "/var/qmail/mailnames");
+    EXPECT_STREQ(zcpConfGetDefault("PRODUCT_ROOT_D"), "/opt/zcp");
+    std::filesystem::create_directory(kFile);
+    EXPECT_EQ(zcpConfGet("OTHER"), nullptr);
+    std::filesystem::remove(kFile);
+
+    writeFile(kFile, "KAVRO_MAILNAMES_D /srv/mail\nOTHER x\n");
+    EXPECT_STREQ(zcpConfGetDefault("KAVRO_MAILNAMES_D"), "/srv/mail");
+    EXPECT_STREQ(zcpConfGet("OTHER"), "x");
+    writeFile(kFile, "KAVRO_MAILNAMES_D /elsewhere\n");
+    EXPECT_STREQ(zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D), "/srv/mail");
+    EXPECT_EQ(zcpConfGetDefault("_MAX_POSSIBLE_ZCP_CONF_VAR_NAME"), nullptr);
+    std::filesystem::remove(kFile);
+    const std::string missing = "12 unable to open configuration file /etc/zcp/zcp.conf: No such file or directory\n";
+    EXPECT_EQ(LogCapture::messages,
+              (std::vector<std::string>{missing, missing, "12 Unable to read configuration file: Is a directory",
+                                        "3 variable '_MAX_POSSIBLE_ZCP_CONF_VAR_NAME' was found neither in "
+                                        "/etc/zcp/zcp.conf, nor in compile-time defaults"}));
+}
+
+}  // namespace

@@ -1,0 +1,89 @@
+// Where reports and log messages go, and what the reporter adds to them.
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "util/support.h"
+
+namespace {
+
+TEST(MessageReporter, AppendsTheSystemErrorOfEntryOnBothStreamsAndKeepsErrno) {
+    const ChildResult run = runInChild([] {
+        errno = ENOENT;
+        messlog2(0, 0, "cannot %s", "open");
+        errno = errno == ENOENT ? 0 : errno;
+        messlog2(0, 0, "plain\n");
+        PROGNAME = "/usr/sbin/tool";
+        errno = EPERM;
+        return messlog2(3, 1, "last");
+    });
+    EXPECT_EQ(run.out,
+              "cannot open\nSystem error 2: No such file or directory\nplain\n"
+              "tool: last\nSystem error 1: Operation not permitted\n");
+    EXPECT_EQ(run.err, run.out);
+    EXPECT_EQ(run.status, 3);
+}
+
+TEST(MessageReporter, DropsASystemErrorThatDoesNotFitWhole) {
+    const std::string suffix = "\nSystem error 2: No such file or directory";
+    const std::size_t longest = 4095 - suffix.size();
+    for (const std::size_t length : {longest, longest + 1, std::size_t{4095}, std::size_t{4096}, std::size_t{5000}}) {
+        const std::string text(length, 'x');
+        const ChildResult run = runInChild([&text] {
+            errno = ENOENT;
+            return messlog2(0, 0, "%s", text.c_str());
+        });
+        EXPECT_EQ(run.err, text + (length == longest ? suffix : "") + "\n");
+    }
+}
+
+TEST(LogHook, ConsoleLocationsDecideAboutStreamsAndTheLevelAboutPriorities) {
+    struct {
+        const char* location;
+        int level, priority;
+        const char *err, *out;
+    } const cases[] = {{"console", 6, 6, "text 1\n", "text 1\n"},
+                       {"CONSOLE", 6, 7, "", ""},
+                       {"StdErr", 4, 4, "text 1\n", ""},
+                       {"stderr", 4, 5, "", ""},
+                       {"file", 6, 2, "", ""},
+                       {"console", -1, 1, "", ""}};
+    for (const auto& c : cases) {
+        const ChildResult run = runInChild([&c] {
+            kavro_log_init(c.location, c.level, 16, 0, "mxadmin");
+            kavro_log(c.priority, "text %d", 1);
+            return 0;
+        });
+        EXPECT_EQ(run.err, c.err) << c.location << c.priority;
+        EXPECT_EQ(run.out, c.out) << c.location << c.priority;
+    }
+}
+
+TEST(LogHook, SystemLogGetsFacilityIdentifierAndProcessId) {
+    const int log = ::socket(AF_UNIX, SOCK_DGRAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, "/dev/log");
+    ::unlink(address.sun_path);
+    ASSERT_EQ(::bind(log, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const ChildResult run = runInChild([] {
+        kavro_log_init(nullptr, 6, 16, 32, "mxadmin");
+        kavro_log(7, "debugging");
+        kavro_log(3, "failed: %s", "why");
+        return 0;
+    });
+    char text[256] = "";
+    EXPECT_GT(::recv(log, text, sizeof text - 1, MSG_DONTWAIT), 0);
+    EXPECT_EQ(std::string(text).substr(0, 4), "<19>");  // mail, error
+    EXPECT_NE(std::string(text).find(" mxadmin["), std::string::npos);
+    EXPECT_NE(std::string(text).find("]: failed: why"), std::string::npos);
+    EXPECT_EQ(::recv(log, text, sizeof text, MSG_DONTWAIT), -1);
+    EXPECT_NE(run.err.find("]: failed: why\n"), std::string::npos);
+    EXPECT_EQ(run.err.find("debugging"), std::string::npos);
+    ::close(log);
+    ::unlink(address.sun_path);
+}
+
+}  // namespace

@@ -1,0 +1,83 @@
+// The name rules at their limits, and the conversions of internationalised names.
+#include "util/names.h"
+
+#include <idna.h>
+
+#include "util/c_memory.h"
+#include "util/idn.h"
+#include "util/support.h"
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+const std::string longestMailname(245, 'a');
+const std::string label63(63, 'a');
+const std::string longestDomain = label63 + "." + label63 + "." + label63 + "." + label63;  // 255 bytes
+
+TEST(Names, MailnameRules) {
+    for (const auto& name : Strings{longestMailname, "a", "o'neil+box", "A.b-c_d&9", "-", "'"}) {
+        EXPECT_EQ(is_mailname_valid(name.c_str()), 1) << name;
+    }
+    for (const auto& name :
+         Strings{longestMailname + "a", "", ".a", "a.", "a..b", ".", "a b", "\xC3\xA4", "a@b", "a/b", "a\n"}) {
+        EXPECT_EQ(is_mailname_valid(name.c_str()), 0) << name;
+    }
+    EXPECT_EQ(is_mailname_valid(nullptr), 0);
+}
+
+TEST(Names, DomainNameRules) {
+    for (const auto& name : Strings{longestDomain, "a", "a-b.c9", "a.b-"}) {
+        EXPECT_EQ(is_domain_name_valid(name.c_str()), 1) << name;
+    }
+    for (const auto& name : Strings{longestDomain.substr(2) + ".aa", label63 + "a", "", ".a", "a.", "a..b", "-a.b",
+                                    "a-.b", "b.-a", "a_b.c", "a b", "\xC3\xA4.b"}) {
+        EXPECT_EQ(is_domain_name_valid(name.c_str()), 0) << name;
+    }
+    EXPECT_EQ(is_domain_name_valid(nullptr), 0);
+}
+
+TEST(Names, AddressIsSplitAtTheFirstAt) {
+    EXPECT_EQ(is_full_mailname_valid((longestMailname + "@b.c").c_str()), 1);
+    for (const auto& address : Strings{"a", "a@", "@b", "a@b@c", "a.@b", "a b@c", longestMailname + "a@b.c"}) {
+        EXPECT_EQ(is_full_mailname_valid(address.c_str()), 0) << address;
+    }
+    char text[] = "AZaz@[`{\xC3\x84";
+    EXPECT_STREQ(ascii_lower(text), "azaz@[`{\xC3\x84");
+}
+
+TEST(Idn, ConvertsTheDomainAndNothingElse) {
+    EXPECT_EQ(kavro::idn::toUtf8("xn--bcher-kva.example"), "bücher.example");
+    EXPECT_EQ(kavro::idn::emailToAscii("jürgen@bücher.example"), "jürgen@xn--bcher-kva.example");
+    EXPECT_EQ(kavro::idn::emailToAscii("postmaster"), "postmaster");
+    EXPECT_STREQ(kavro::CString(idn_email_toascii("jürgen@bücher.example")).get(), "jürgen@xn--bcher-kva.example");
+    EXPECT_EQ(idn_email_toascii("postmaster"), nullptr);
+    EXPECT_STREQ(kavro::CString(idn_toutf8("xn--bcher-kva")).get(), "bücher");
+    EXPECT_STREQ(idn_url_toascii("https://user:pw@bücher.example:8443/a@b?c"),
+                 "https://user:pw@xn--bcher-kva.example:8443/a@b?c");
+    EXPECT_STREQ(idn_url_toascii("bücher.example"), "xn--bcher-kva.example");
+}
+
+TEST(Idn, ReportsWhatCannotBeConverted) {
+    const std::string tooLong(64, 'a');
+    EXPECT_EQ(idn_toascii(tooLong.c_str()), nullptr);
+    EXPECT_EQ(idn_errno, IDNA_INVALID_LENGTH);
+    try {
+        kavro::idn::toAscii(tooLong);
+        ADD_FAILURE();
+    } catch (const kavro::idn::IdnaError& error) {
+        EXPECT_STREQ(error.what(), "Invalid length");
+    }
+    EXPECT_STREQ(idn_strerror(42), "Unknown error");
+    // An unconvertible domain is not noticed.
+    EXPECT_STREQ(kavro::CString(idn_email_toascii(("a@" + tooLong).c_str())).get(), "a@(null)");
+    const ChildResult safe = runInChild([&] {
+        errno = 0;
+        return idn_toascii_safe(tooLong.c_str()) == nullptr ? 2 : 3;
+    });
+    EXPECT_EQ(safe.status, 1);
+    EXPECT_EQ(safe.err, "idn_toascii_safe(" + tooLong + ") failed: Invalid length\n");
+    EXPECT_EQ(runInChild([] { return idn_url_toascii("/path") == nullptr ? 7 : 8; }).status, 7);
+}
+
+}  // namespace

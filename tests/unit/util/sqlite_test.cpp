@@ -1,0 +1,145 @@
+// SQLite access while another process holds the database, what statements answer, and what stays in memory.
+#include <fcntl.h>
+
+#include <array>
+#include <cstring>
+
+#include "util/sqlite_connection.h"
+#include "util/support.h"
+
+namespace {
+
+using kavro::SqliteConnection;
+using kavro::SqliteStatement;
+
+class Sqlite : public ScratchTest {
+protected:
+    Sqlite() {
+        EXPECT_EQ(sqlite_db_create(database().c_str(), "CREATE TABLE t(k INTEGER PRIMARY KEY, v TEXT);", "test"), 0);
+    }
+    std::string database() const { return path("db"); }
+
+    /// Runs `body` while a child, which adds a row, holds the database for longer than SQLite waits by itself.
+    void whileHeld(const std::function<void(SqliteConnection&)>& body) {
+        std::array<int, 2> ready{};
+        ASSERT_EQ(::pipe(ready.data()), 0);
+        const pid_t holder = ::fork();
+        if (holder == 0) {
+            SqliteConnection connection;
+            connection.open(database().c_str(), SqliteConnection::Access::kReadWriteCreate);
+            connection.execute("BEGIN EXCLUSIVE; INSERT INTO t(v) VALUES('held');");
+            const ssize_t told = ::write(ready[1], "r", 1);
+            ::usleep(200000);
+            ::_exit(connection.execute("COMMIT") && told == 1 ? 0 : 1);
+        }
+        char byte = 0;
+        ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+        {
+            SqliteConnection connection;
+            ASSERT_TRUE(connection.open(database().c_str(), SqliteConnection::Access::kReadWriteCreate));
+            body(connection);
+        }
+        int status = 0;
+        ::waitpid(holder, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    sqlite3_int64 count() {
+        SqliteConnection connection;
+        EXPECT_TRUE(connection.open(database().c_str(), SqliteConnection::Access::kReadOnly));
+        SqliteStatement statement(connection);
+        EXPECT_TRUE(statement.prepare("SELECT COUNT(*) FROM t"));
+        EXPECT_EQ(statement.step(), SQLITE_ROW);
+        return statement.number(0);
+    }
+};
+
+TEST_F(Sqlite, StatementWaitsForABusyDatabase) {
+    SqliteConnection early;
+    ASSERT_TRUE(early.open(database().c_str(), SqliteConnection::Access::kReadWriteCreate));
+    SqliteStatement prepared(early);
+    ASSERT_TRUE(prepared.prepare("INSERT INTO t(v) VALUES('mine')"));
+    whileHeld([&](SqliteConnection&) { EXPECT_EQ(prepared.step(), SQLITE_DONE) << early.errorText(); });
+    EXPECT_EQ(early.lastInsertId(), 2);
+    whileHeld([](SqliteConnection& connection) {
+        SqliteStatement statement(connection);
+        EXPECT_TRUE(statement.prepare("SELECT COUNT(*) FROM t")) << connection.errorText();
+        EXPECT_EQ(statement.step(), SQLITE_ROW) << connection.errorText();
+        EXPECT_EQ(statement.number(0), 3);
+    });
+}
+
+TEST_F(Sqlite, TransactionScriptIsRepeatedFromItsBeginning) {
+    whileHeld([](SqliteConnection& connection) {
+        EXPECT_TRUE(connection.execute("BEGIN TRANSACTION;INSERT INTO t(v) VALUES('a');CREATE TABLE u(k);COMMIT;"))
+            << connection.errorText();
+    });
+    EXPECT_EQ(count(), 2);
+}
+
+TEST_F(Sqlite, AnswersTellNullFromEmptyAndFailuresTheirText) {
+    SqliteConnection none;
+    EXPECT_STREQ(none.errorText(), "general DB errror");
+    EXPECT_FALSE(none.execute("SELECT 1"));
+    EXPECT_FALSE(SqliteStatement(none).prepare("SELECT 1"));
+    EXPECT_FALSE(none.open(path("missing").c_str(), SqliteConnection::Access::kReadOnly));
+    EXPECT_STREQ(none.errorText(), "unable to open database file");
+    EXPECT_FALSE(none.isOpen());
+    EXPECT_FALSE(std::filesystem::exists(path("missing")));
+
+    SqliteConnection connection;
+    ASSERT_TRUE(connection.open(database().c_str(), SqliteConnection::Access::kReadOnly));
+    EXPECT_FALSE(connection.execute("INSERT INTO t(v) VALUES('x')"));
+    SqliteStatement statement(connection);
+    ASSERT_TRUE(statement.prepare("SELECT ?, ?, ?"));
+    EXPECT_FALSE(statement.bind(4, 1));
+    ASSERT_TRUE(statement.bind(1, static_cast<const char*>(nullptr)) && statement.bind(2, "") &&
+                statement.bind(3, sqlite3_int64{1} << 40));
+    ASSERT_EQ(statement.step(), SQLITE_ROW);
+    EXPECT_EQ(statement.text(0), nullptr);
+    EXPECT_STREQ(statement.text(1), "");
+    EXPECT_EQ(statement.number(2), sqlite3_int64{1} << 40);
+    EXPECT_EQ(statement.step(), SQLITE_DONE);
+}
+
+TEST_F(Sqlite, CreationMakesTheDirectoriesAndReportsAnExistingTable) {
+    const std::string deep = path("a/b/db");
+    ASSERT_EQ(sqlite_create_db_path(deep.c_str(), "test"), 0);
+    EXPECT_EQ(accessOf(path("a/b")), "0755 0:0");
+    const LogCapture log;
+    EXPECT_EQ(sqlite_db_create(database().c_str(), "BEGIN TRANSACTION;CREATE TABLE t(k);COMMIT;", "test"), -1);
+    EXPECT_EQ(sqlite_db_create(path("x/db").c_str(), "", "test"), -1);
+    EXPECT_EQ(sqlite_create_db_path((database() + "/db").c_str(), "test"), -1);
+    EXPECT_EQ(LogCapture::messages,
+              (std::vector<std::string>{
+                  "3 Unable to re-create test database: table t already exists",
+                  "3 Unable to open database " + path("x/db") + ": unable to open database file",
+                  "2 Unable to create directories for test database (" + database() + "/db): Not a directory (20)"}));
+}
+
+TEST_F(Sqlite, StoredTextIsWipedFromTheHeap) {
+    const char* secret = "fifteen-badgers";
+    {
+        SqliteConnection connection;
+        ASSERT_TRUE(connection.open(database().c_str(), SqliteConnection::Access::kReadWriteCreate));
+        SqliteStatement statement(connection);
+        ASSERT_TRUE(statement.prepare("INSERT INTO t(v) VALUES(LOWER(?))"));
+        ASSERT_TRUE(statement.bind(1, secret));
+        ASSERT_EQ(statement.step(), SQLITE_DONE);
+    }
+    std::ifstream maps("/proc/self/maps");
+    const int memory = ::open("/proc/self/mem", O_RDONLY | O_CLOEXEC);
+    for (std::string line; std::getline(maps, line);) {
+        unsigned long begin = 0;
+        unsigned long end = 0;
+        std::array<char, 4096> page;
+        if (line.find("[heap]") != std::string::npos && std::sscanf(line.c_str(), "%lx-%lx", &begin, &end) == 2) {
+            for (; begin < end; begin += page.size()) {
+                ASSERT_EQ(::pread(memory, page.data(), page.size(), static_cast<off_t>(begin)), 4096);
+                ASSERT_EQ(::memmem(page.data(), page.size(), secret, std::strlen(secret)), nullptr);
+            }
+        }
+    }
+    ::close(memory);
+}
+
+}  // namespace

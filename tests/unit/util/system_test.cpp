@@ -1,0 +1,106 @@
+// Streams, processes, the host's name, string arrays.
+#include <fcntl.h>
+#include <spawn.h>
+
+#include <array>
+#include <csignal>
+#include <thread>
+
+#include "util/c_file.h"
+#include "util/c_memory.h"
+#include "util/hostname.h"
+#include "util/process_search.h"
+#include "util/stream_reader.h"
+#include "util/string_array.h"
+#include "util/support.h"
+
+namespace {
+
+using System = ScratchTest;
+
+TEST_F(System, StreamIsReadToItsEndInPiecesOfAnySize) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    // A descriptor that does not block has nothing to give most of the time.
+    ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    std::string sent;
+    std::thread writer([&] {
+        for (int i = 0; i < 40; ++i) {
+            const std::string piece =
+                std::string(static_cast<std::size_t>(i * i * 5), static_cast<char>('a' + i % 26)) + '\0';
+            sent += piece;
+            EXPECT_EQ(::write(ends[1], piece.data(), piece.size()), static_cast<ssize_t>(piece.size()));
+            ::usleep(500);
+        }
+        ::close(ends[1]);
+    });
+    const kavro::CFile stream(::fdopen(ends[0], "r"));
+    std::size_t size = 0;
+    const kavro::CString text(read_stream_contents(stream.get(), &size));
+    writer.join();
+    ASSERT_NE(text, nullptr);
+    EXPECT_EQ(std::string(text.get(), size), sent);
+    EXPECT_EQ(text.get()[size], '\0');
+}
+
+TEST_F(System, StreamOfBufferSizeIsReadWholeAndAnUnreadableOneFails) {
+    for (const std::size_t length : {0UL, 65535UL, 65536UL, 131071UL, 300000UL}) {
+        writeFile(path("f"), std::string(length, 'x'));
+        const kavro::CFile stream(std::fopen(path("f").c_str(), "r"));
+        const kavro::CString text(read_stream_contents(stream.get(), nullptr));
+        EXPECT_EQ(std::string(text.get()), std::string(length, 'x'));
+    }
+    const kavro::CFile directory(std::fopen("/tmp", "r"));
+    EXPECT_EQ(read_stream_contents(directory.get(), nullptr), nullptr);
+    EXPECT_EQ(errno, EISDIR);
+}
+
+TEST_F(System, ProcessIsFoundByTheExactPathOfItsExecutable) {
+    std::filesystem::copy_file("/bin/sleep", path("sleeper"));
+    EXPECT_EQ(findProcessByPath(path("sleeper").c_str()), -1);
+    const std::string program = path("sleeper");
+    pid_t child = 0;
+    char* const arguments[] = {const_cast<char*>("sleeper"), const_cast<char*>("100"), nullptr};
+    ASSERT_EQ(::posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments, environ), 0);
+    EXPECT_EQ(findProcessByPath(program.c_str()), child);
+    EXPECT_EQ(findProcessByPath(program.substr(0, program.size() - 1).c_str()), -1);
+    EXPECT_EQ(findProcessByPath((program + "s").c_str()), -1);
+    std::filesystem::remove(program);
+    EXPECT_EQ(findProcessByPath(program.c_str()), -1);
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+}
+
+TEST_F(System, HostNameMustFitAndHaveADomain) {
+    std::array<char, 65> buffer{};
+    const std::string name = "sandbox.mail.test";
+    ASSERT_EQ(get_hostname_fqdn(buffer.data(), name.size() + 1), 0);
+    EXPECT_EQ(buffer.data(), name);
+    const LogCapture log;
+    EXPECT_EQ(get_hostname_fqdn(buffer.data(), name.size()), -1);
+    const std::string hosts = readFile("/etc/hosts");
+    writeFile("/etc/hosts", "127.0.0.1 sandbox localhost\n");
+    EXPECT_EQ(get_hostname_fqdn(buffer.data(), buffer.size()), -1);
+    writeFile("/etc/hosts", hosts);
+    ASSERT_EQ(LogCapture::messages.size(), 3U);
+    EXPECT_EQ(LogCapture::messages[0], "3 Buffer size is not enough to hold hostname");
+    EXPECT_EQ(LogCapture::messages[1], "3 Canonname is not correct fqdn");
+    EXPECT_EQ(LogCapture::messages[2].find("3 It is impossible to detect the FQDN of the host.\nPlease "), 0U);
+}
+
+TEST_F(System, StringArraysGrowSideBySide) {
+    char** first = nullptr;
+    char** second = nullptr;
+    for (int i = 0; i < 300; ++i) {
+        first = string_to_mas(first, std::to_string(i).c_str());
+        second = i % 3 == 0 ? string_to_mas(second, "x") : second;
+    }
+    EXPECT_STREQ(first[0], "0");
+    EXPECT_STREQ(first[299], "299");
+    EXPECT_EQ(first[300], nullptr);
+    EXPECT_EQ(second[100], nullptr);
+    free_array(first);
+    free_array(second);
+}
+
+}  // namespace

@@ -1,0 +1,140 @@
+// Delivery files, edited as the commands edit them, and the detection of the server that delivers.
+#include "storage/dotqmail.h"
+
+#include "process/system_error.h"
+#include "storage/dotqmail_manager.h"
+#include "storage_fixture.h"
+
+namespace fs = std::filesystem;
+using ::testing::ExitedWithCode;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class DotqmailTest : public StorageTest {
+protected:
+    void SetUp() override {
+        StorageTest::SetUp();
+        fs::remove(COURIER);
+        fs::create_directories(DOVECOT.parent_path());
+        writeFile(DOVECOT, "");
+        fs::permissions(DOVECOT, fs::perms::owner_read | fs::perms::others_exec);
+    }
+    void TearDown() override {
+        fs::remove(COURIER);
+        fs::remove(DOVECOT);
+    }
+    const fs::path COURIER = "/usr/bin/deliverquota";
+    const fs::path DOVECOT = "/usr/lib/dovecot/dovecot-lda";
+    const fs::path file = home / ".qmail";
+    const std::string idn = "B@b\u00fccher.test";
+    const std::string lda = "| /usr/lib/dovecot/dovecot-lda -d \"$DELIVERED_TO\"\n";
+    kavro::mail::DotQMailManager dotqmail{home.string()};
+};
+
+// First of this file, and in children: a detected server stays for the life of the process.
+TEST_F(DotqmailTest, DetectsTheServerAndRemembersOnlyOneFound) {
+    const auto expectDetected = [](int type) {
+        EXPECT_EXIT(std::_Exit(detectImapPop3Server() & 0xff), ExitedWithCode(type & 0xff), "");
+    };
+    const auto courierLater = [this] {
+        const bool failed = detectImapPop3Server() == -1 && *getImapPop3ServerHumanReadableName() == '\0';
+        std::fputs(logged.c_str(), stderr);
+        fs::permissions(COURIER, fs::perms::group_exec);
+        const bool found = detectImapPop3Server() == 0;
+        fs::remove(COURIER);
+        return failed && found && getImapPop3ServerPkgctlComponentName() == std::string("courier-imap") &&
+               dotqmail_reset(file.c_str()) == 0 && dotqmail_add_delivery(file.c_str()) == 0;
+    };
+    expectDetected(1);
+    writeFile(COURIER, "");
+    EXPECT_EXIT(std::_Exit(courierLater()), ExitedWithCode(1),
+                "^3 Unable to detect IMAP/POP3 server type - LDA is present at '/usr/bin/deliverquota' but is not a "
+                "regular file or is not executable\n");
+    EXPECT_EQ(readFile(file), "| true\n| /usr/bin/deliverquota ./Maildir\n");
+    fs::remove(DOVECOT);
+    expectDetected(-1);
+    fs::create_directory(DOVECOT);
+    expectDetected(-1);
+}
+
+TEST_F(DotqmailTest, KeepsOneLinePerDirective) {
+    constexpr auto ANYWHERE = kavro::mail::DotQMailManager::Position::First;
+    const auto expect = [&](const std::string& text) {
+        EXPECT_EQ(readFile(file), text);
+        EXPECT_EQ(describe(file), "100600 popuser");
+    };
+    dotqmail.addRedirect("a@example.org", ANYWHERE);
+    expect("&a@example.org\n");
+    writeFile(file, "longer than what follows\n");
+    dotqmail.reset();
+    expect("| true\n");
+    dotqmail.enableDelivery();
+    dotqmail.enableDelivery();
+    expect("| true\n" + lda);
+    dotqmail.addRedirect("a@example.org", ANYWHERE);
+    dotqmail.addRedirect(idn, ANYWHERE);
+    dotqmail.addRedirect("a@example.org", ANYWHERE);
+    expect("| true\n" + lda + "&B@xn--bcher-kva.test\n&a@example.org\n");
+    writeFile(file, "./Maildir/\n./Maildir/x\n| /usr/bin/deliverquota ./Maildir\n" + readFile(file));
+    ASSERT_EQ(::chown(file.c_str(), 0, 0), 0);
+    ASSERT_EQ(::chmod(file.c_str(), 0644), 0);
+    dotqmail.disableDelivery();
+    expect("./Maildir/x\n| true\n&B@xn--bcher-kva.test\n&a@example.org\n");
+    dotqmail.removeRedirect(idn);
+    EXPECT_EQ(add_mailname_delivery("Info", "Example.COM"), 0);
+    EXPECT_EQ(rm_mn_forward("info", "example.com", "a@example.org"), 0);
+    expect("./Maildir/x\n| true\n" + lda);
+    EXPECT_EQ(add_mn_forward("info", "example.com", "c@example.org"), 0);
+    EXPECT_EQ(remove_mailname_delivery("info", "example.com"), 0);
+    expect("./Maildir/x\n| true\n&c@example.org\n");
+    EXPECT_EQ(add_mn_forward("in fo", "example.com", "c@example.org"), -1);
+}
+
+TEST_F(DotqmailTest, FailsWithoutHarm) {
+    const std::string unable = "unable to modify " + file.string() + ": ";
+    EXPECT_THAT(messageOf<kavro::SystemError>([&] { dotqmail.disableDelivery(); }), StartsWith(unable));
+    EXPECT_EQ(logged, "4 Unable to remove old delivery strings from '" + file.string() + "'\n");
+    EXPECT_THAT(messageOf<kavro::SystemError>([&] { dotqmail.removeRedirect("a@example.org"); }), StartsWith(unable));
+    EXPECT_EQ(dotqmail_add_forward(file.c_str(), "no-address"), -1);
+    EXPECT_FALSE(fs::exists(file));
+
+    writeFile(root / "victim", "kept");
+    const std::string before = describe(root / "victim");
+    fs::create_symlink(root / "victim", file);
+    logged.clear();
+    EXPECT_THAT(messageOf<kavro::SystemError>([&] { dotqmail.reset(); }), StartsWith(unable + "Too many levels"));
+    EXPECT_EQ(logged, "3 Unable to open '" + file.string() + "': Too many levels of symbolic links\n");
+    EXPECT_EQ(readFile(root / "victim"), "kept");
+    EXPECT_EQ(describe(root / "victim"), before);
+
+    fs::remove(file);
+    run("cd " + home.string() + "; mount -t tmpfs -o size=64k none . && cat /dev/zero 2>/dev/null >$PWD/fill || true");
+    logged.clear();
+    EXPECT_EQ(dotqmail_reset(file.c_str()), -1);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(logged, "3 Unable to write to '" + file.string() + "': No space left on device\n");
+    EXPECT_FALSE(fs::exists(file));
+    run("umount " + home.string());
+}
+
+TEST_F(DotqmailTest, NamesPathsInLowerCaseRootIncluded) {
+    char path[4096];
+    ASSERT_EQ(get_dotqmail_path(path, sizeof path, "Info", "Example.COM"), 0);
+    EXPECT_EQ(path, file);
+    EXPECT_THAT(reportOf([&] { get_mailhome_path(path, home.string().size(), "info", "example.com"); }),
+                HasSubstr("Either domain name 'example.com' or mailname 'info' are too long to "
+                          "store mailname home path in the provided buffer\n"));
+    EXPECT_EQ(get_mailhome_path(path, home.string().size() + 1, "info", "example.com"), 0);
+    EXPECT_EQ(path, home);
+    for (const auto& [mailname, domain] :
+         {std::pair{"", "example.com"}, {".a", "example.com"}, {"info", ".."}, {"info", "a/b"}}) {
+        EXPECT_EQ(get_dotqmail_path(path, sizeof path, mailname, domain), -1) << mailname << "@" << domain;
+    }
+    run("echo KAVRO_MAILNAMES_D /srv/Mail >/etc/zcp/zcp.conf");
+    const auto configured = [&] {
+        return get_dotqmail_path(path, sizeof path, "Info", "Example.COM") == 0 &&
+               std::string(path) == "/srv/mail/example.com/info/.qmail" &&
+               manager.getDomainRoot("Example.COM") == "/srv/Mail/example.com";
+    };
+    EXPECT_EXIT(std::_Exit(configured()), ExitedWithCode(1), "");
+}

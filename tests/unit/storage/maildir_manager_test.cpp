@@ -1,0 +1,134 @@
+// The mail tree: what is made with which owner and mode, and what renames, backups and removals refuse.
+#include "process/system_error.h"
+#include "storage/fs_error.h"
+#include "storage_fixture.h"
+
+namespace fs = std::filesystem;
+using boost::filesystem::filesystem_error;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+using ::testing::UnorderedElementsAreArray;
+
+class MaildirManagerTest : public StorageTest {
+protected:
+    static std::string savedName(const fs::path& path) {
+        struct stat status {};
+        EXPECT_EQ(::stat(path.c_str(), &status), 0);
+        return path.string() + ".KavroSaved." + std::to_string(status.st_ino);
+    }
+};
+
+TEST_F(MaildirManagerTest, MakesTheTreeAndPutsOwnersAndModesRightAgain) {
+    std::vector<std::string> expected;
+    for (const char* name : {"", "info", "info/@attachments", "info/Maildir", "info/Maildir/.Spam",
+                             "info/Maildir/.Spam/cur", "info/Maildir/.Spam/new", "info/Maildir/.Spam/tmp",
+                             "info/Maildir/cur", "info/Maildir/new", "info/Maildir/tmp"}) {
+        expected.push_back(std::string(name) + (*name == '\0' ? ": 40750" : ": 40700") + " popuser");
+    }
+    EXPECT_THAT(describeTree(root / "example.com"), UnorderedElementsAreArray(expected));
+
+    run("chown -R 0:0 " + root.string() + "; chmod -R 2755 " + root.string());
+    fs::remove(home / "@attachments");
+    manager.createDomainRoot("Example.COM");
+    manager.createMailnameHome("Example.COM", "Info");
+    EXPECT_THAT(describeTree(root / "example.com"), UnorderedElementsAreArray(expected));
+    EXPECT_EQ(::umask(022), 022U);
+}
+
+TEST_F(MaildirManagerTest, NeverGivesAwayWhatAPlantedLinkPointsAt) {
+    const fs::path victim = root / "victim";
+    fs::create_directory(victim);
+    const std::string before = describe(victim);
+    const auto create = [&] { manager.createMailnameHome("example.com", "info"); };
+
+    fs::remove(maildir / "new");
+    fs::create_directory_symlink(victim, maildir / "new");
+    fs::remove_all(maildir / "cur");
+    EXPECT_THAT(messageOf<kavro::mail::FSError>(create),
+                AllOf(StartsWith("chown: "), HasSubstr("\"" + (maildir / "new").string() + "\"")));
+    EXPECT_FALSE(fs::exists(maildir / "cur"));
+
+    fs::remove(maildir / "new");
+    writeFile(maildir / "new", "");
+    EXPECT_EQ(messageOf<filesystem_error>(create),
+              "boost::filesystem::create_directory: File exists: \"" + (maildir / "new").string() + "\"");
+
+    fs::remove_all(home);
+    fs::create_directory_symlink(victim, home);
+    EXPECT_THAT(messageOf<kavro::mail::FSError>(create), StartsWith("chown: "));
+    EXPECT_EQ(describe(victim), before);
+    EXPECT_TRUE(fs::is_empty(victim));
+    EXPECT_EQ(::umask(022), 022U);
+}
+
+TEST_F(MaildirManagerTest, LeavesTheTreeThroughNoName) {
+    EXPECT_EQ(manager.getMailnameHome("Example.COM", "Info"), "/var/qmail/mailnames/example.com/info");
+    EXPECT_EQ(manager.getMailnameRelativeMaildir("Example.COM", "Info"), "example.com/info/Maildir");
+    for (const std::string& bad : std::vector<std::string>{"", ".", "..", "/etc", "a/b", {"a\0b", 3}}) {
+        EXPECT_THROW(manager.getDomainRoot(bad), std::runtime_error) << bad;
+        EXPECT_THROW(manager.removeMailnameHome("example.com", bad), std::runtime_error) << bad;
+        EXPECT_THROW(manager.renameMailnameHome("example.com", "info", bad), std::runtime_error) << bad;
+    }
+    EXPECT_EQ(manager.getDomainRoot("...").filename(), "...");
+    EXPECT_TRUE(fs::exists(home));
+}
+
+TEST_F(MaildirManagerTest, RenamesWithoutTouchingALiveDomainOrMailname) {
+    const auto renameDomain = [&](const char* to) { manager.renameDomainRoot("example.com", to); };
+    const auto refusal = [&](const fs::path& from, const fs::path& to) {
+        return "boost::filesystem::rename: File exists: " + ("\"" + from.string() + "\", \"") + to.string() + "\"";
+    };
+    const fs::path old = root / "example.com";
+    fs::create_directory(root / "empty.test");
+    EXPECT_EQ(messageOf<filesystem_error>([&] { renameDomain("empty.test"); }), refusal(old, root / "empty.test"));
+    EXPECT_EQ(messageOf<filesystem_error>([&] { renameDomain("EXAMPLE.com"); }), refusal(old, old));
+    renameDomain("new.test");
+    EXPECT_FALSE(fs::exists(old));
+    EXPECT_THAT(messageOf<filesystem_error>([&] { renameDomain("other.test"); }),
+                StartsWith("boost::filesystem::rename: No such file or directory: "));
+
+    const auto renameMailname = [&](const char* to) { manager.renameMailnameHome("new.test", "info", to); };
+    const fs::path live = root / "new.test/info";
+    EXPECT_EQ(messageOf<filesystem_error>([&] { renameMailname("INFO"); }), refusal(live, live));
+    fs::create_directory(root / "new.test/sales");
+    renameMailname("Sales");
+    EXPECT_TRUE(fs::exists(root / "new.test/sales/Maildir/cur"));
+    EXPECT_FALSE(fs::exists(live));
+}
+
+TEST_F(MaildirManagerTest, MovesBackupsAsideUnderTheirInodeNumber) {
+    const std::string saved = savedName(home);
+    manager.backupMailnameHome("example.com", "info");
+    EXPECT_TRUE(fs::exists(saved + "/Maildir/cur"));
+    EXPECT_FALSE(fs::exists(home));
+
+    boost::filesystem::path backup = "unchanged";
+    EXPECT_TRUE(kavro::mail::backupRename(home.string(), backup));
+    EXPECT_EQ(backup, "");
+    fs::create_symlink("loop.test", root / "loop.test");
+    EXPECT_EQ(messageOf<kavro::mail::FSError>([&] { manager.backupDomainRoot("loop.test"); }),
+              "rename: Too many levels of symbolic links: \"" + (root / "loop.test").string() + "\"");
+}
+
+TEST_F(MaildirManagerTest, RemovesADomainAlsoWhereItCannotBeMovedAside) {
+    const fs::path inTheWay = savedName(root / "example.com");
+    fs::create_directories(inTheWay / "kept");
+    fs::create_directories(root / "example.org");
+    fs::create_directory_symlink(root / "example.org", maildir / "link");
+    manager.removeDomainRoot("example.com");
+    EXPECT_FALSE(fs::exists(root / "example.com"));
+    EXPECT_TRUE(fs::exists(inTheWay / "kept"));
+    EXPECT_TRUE(fs::exists(root / "example.org"));
+
+    manager.removeDomainRoot("example.org");
+    manager.removeDomainRoot("example.org");
+    EXPECT_EQ(std::distance(fs::directory_iterator(root), fs::directory_iterator()), 1);
+}
+
+TEST_F(MaildirManagerTest, LooksTheMailUserUpEachTime) {
+    run("cp /etc/passwd /tmp/passwd; sed -i /^popuser:/d /etc/passwd");
+    EXPECT_THAT(messageOf<kavro::SystemError>([] { kavro::mail::MaildirManager::getInstance(); }),
+                StartsWith("user popusernot found: "));
+    run("cp /tmp/passwd /etc/passwd");
+    EXPECT_NO_THROW(kavro::mail::MaildirManager::getInstance());
+}

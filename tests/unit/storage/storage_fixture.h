@@ -1,0 +1,106 @@
+// What the storage tests share: an empty mail root with one mailname, a record of the log, and looks at trees and
+// files.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "storage/maildir_manager.h"
+#include "util/log.h"
+
+inline std::string logged;
+
+inline void recordLog(int priority, const char* format, ...) {
+    char text[8192];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    // There is no configuration file here, which is said at every look-up of the mail root.
+    if (priority != KAVRO_LOG_USER_WARNING) {
+        logged += std::to_string(priority) + " " + text + "\n";
+    }
+}
+
+inline void writeFile(const std::filesystem::path& path, const std::string& text) {
+    std::ofstream(path) << text;
+}
+
+inline std::string readFile(const std::filesystem::path& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+inline std::string describe(const std::filesystem::path& path) {
+    struct stat status {};
+    EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
+    const passwd* owner = ::getpwuid(status.st_uid);
+    std::ostringstream text;
+    text << std::oct << status.st_mode << ' ' << owner->pw_name
+         << (status.st_gid == owner->pw_gid ? "" : " wrong group");
+    return text.str();
+}
+
+/// "name: type-and-mode owner" of a directory and everything below it, in no order.
+inline std::vector<std::string> describeTree(const std::filesystem::path& top) {
+    std::vector<std::string> lines{": " + describe(top)};
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(top)) {
+        lines.push_back(entry.path().lexically_relative(top).string() + ": " + describe(entry.path()));
+    }
+    return lines;
+}
+
+/// For commands of the system.
+inline void run(const std::string& command) {
+    EXPECT_EQ(std::system(command.c_str()), 0) << command;
+}
+
+class StorageTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        run("rm -rf /var/qmail/mailnames /etc/zcp/zcp.conf; mkdir -p /var/qmail/mailnames /var/lock/files /etc/zcp");
+        std::filesystem::current_path("/");
+        ::umask(022);
+        logged.clear();
+        kavro_log = recordLog;
+        manager.init();
+        manager.createDomainRoot("example.com");
+        manager.createMailnameHome("example.com", "info");
+    }
+
+    const std::filesystem::path root = "/var/qmail/mailnames";
+    const std::filesystem::path home = root / "example.com/info";
+    const std::filesystem::path maildir = home / "Maildir";
+    kavro::mail::MaildirManager& manager = kavro::mail::MaildirManager::getInstance();
+};
+
+/// What `body` reports on standard error.
+template <typename Body>
+std::string reportOf(Body body) {
+    testing::internal::CaptureStderr();
+    body();
+    return testing::internal::GetCapturedStderr();
+}
+
+/// The message of what `body` throws.
+template <typename Error, typename Body>
+std::string messageOf(Body body) {
+    try {
+        body();
+    } catch (const Error& error) {
+        return error.what();
+    }
+    return "nothing was thrown";
+}

@@ -39,6 +39,7 @@ void mh_data_init_ex(mh_data* record) {
 }
 
 mh_data* mh_data_clone(const mh_data* record) {
+    // The copy owns none of the original's texts at any moment: leaving half-way frees only what it made itself.
     std::unique_ptr<mh_data, RecordDeleter> copy(mh_data_init());
     if (copy == nullptr) {
         return nullptr;
@@ -89,7 +90,7 @@ int mh_list_add(mh_list* list, const mh_data* record) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to clone handlers data record");
         return -1;
     }
-    static_cast<void>(copy.release());
+    static_cast<void>(copy.release());  // the node has it now
     if (list->head != nullptr) {
         list->head->previous = node;
     }

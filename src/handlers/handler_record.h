@@ -8,13 +8,13 @@ inline constexpr int MH_TYPE_GLOBAL = 4;
 struct mh_data {
     int priority;  ///< higher runs first
     int type;
-    int queue;  ///< stage of the mail system at which the handler runs
-    char* name;
-    char* address;  ///< recipient, stored in lower case
-    char* executable;
-    char* context;
-    unsigned char protect_on_restore;
-    unsigned char enabled;
+    int queue;                         ///< stage of the mail system at which the handler runs
+    char* name;                        ///< of the service that registered it
+    char* address;                     ///< recipient, stored in lower case
+    char* executable;                  ///< program that the mail system runs
+    char* context;                     ///< argument for it
+    unsigned char protect_on_restore;  ///< 0 or 1; column "protected"
+    unsigned char enabled;             ///< 0 or 1; others stay in the database but do not run
 };
 
 /// A doubly linked list of records. The list owns nodes and records.

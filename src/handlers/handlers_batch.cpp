@@ -25,7 +25,7 @@ namespace {
 
 constexpr const char* kCloneReadFailure = "Unable to select data from handlers database: %s";
 
-/// Rolls back what was not committed.
+/// A transaction on a connection; rolls back, in the destructor, what was not committed.
 class Transaction {
 public:
     explicit Transaction(SqliteConnection& connection) : connection_(connection) {}
@@ -61,11 +61,13 @@ const char* domain_part(const char* address, const StoredAddress& domain) {
     return at != nullptr && std::strcmp(at + 1, domain.get()) == 0 ? at : nullptr;
 }
 
+/// name@domain.
 std::string full_address(const std::string& name, const char* domain) {
     return name + '@' + domain;
 }
 
-/// Reads the handlers of one address into the list, under the new address.
+/// Reads the handlers of one address into the list, under the new address. As in read_domain, `protected` is not read:
+/// a copy is never protected on restore.
 int read_address(SqliteConnection* connection, const StoredAddress& address, std::string new_address, mh_list* list) {
     return run_statement(connection, SqliteConnection::Access::kReadWriteCreate,
                          {"SELECT priority, type, queue, name, executable, context, enabled FROM handlers WHERE "
@@ -107,6 +109,7 @@ int mh_db_do(const mh_list* list, SqliteConnection* connection,
         kavro_log(KAVRO_LOG_ERROR, "Unable to begin sqlite transaction: %s", opened.get().errorText());
         return -1;
     }
+    // Leaving early rolls back. The operation has logged its failure.
     for (const mh_list_node* node = list->head; node != nullptr; node = node->next) {
         if (operation(&opened.get(), node->data) != 0) {
             return -1;

@@ -1,4 +1,8 @@
 // Adding, removing, switching and moving handlers: one statement each.
+//
+// Addresses are stored in lower case. A statement that has no LOWER of its own gets its address lowered here, as
+// callers pass names in the case in which they were typed. UPDATE OR REPLACE lets a changed handler take the place of
+// one that it has become equal to, where a plain UPDATE would fail on the key.
 #include "handlers/handlers_change.h"
 
 #include "handlers/handlers_database.h"
@@ -19,14 +23,17 @@ constexpr const char* kDeleteFailure = "Unable to execute delete record from han
 constexpr const char* kUpdateFailure = "Unable to execute update record into handlers database: %s";
 constexpr const char* kActionFailure = "Unable to execute do action on handlers database: %s";
 
+/// An UPDATE with the texts that all of them share.
 constexpr StatementTexts update(const char* sql) {
     return {sql, kUpdateBindFailure, kUpdateFailure};
 }
 
+/// Runs a statement that gives no rows.
 int run_change(SqliteConnection* connection, const StatementTexts& texts, std::initializer_list<Parameter> parameters) {
     return run_statement(connection, SqliteConnection::Access::kReadWriteCreate, texts, parameters);
 }
 
+/// mh_db_remove on a given connection; null: one of its own.
 int remove_on(SqliteConnection* connection, const char* name, int type, const char* address, int queue) {
     if (address == nullptr) {
         return run_change(connection,
@@ -119,6 +126,7 @@ int mh_db_switch_by_addr(const char* address, int enabled) {
 }
 
 int mh_db_move_addr(const char* old_address, const char* new_address) {
+    // New before old: the order in which the statement has them.
     return run_change(
         nullptr, update("UPDATE OR REPLACE handlers SET address=? WHERE address=?"),
         {{"new 'address'", StoredAddress(new_address).get()}, {"old 'address'", StoredAddress(old_address).get()}});

@@ -29,15 +29,22 @@ int fix_mh_db_permissions(const char* path);
 int mh_db_add(kavro::SqliteConnection* connection, const mh_data* record);
 /// Removes the handlers of that name, type and queue; a null address: those of every address. None is success.
 int mh_db_remove(const char* name, int type, const char* address, int queue);
+/// Removes all handlers of one address, also a bare domain's. None is success.
 int mh_db_remove_addr(const char* address);
+/// Removes all handlers of that name, whatever their address. None is success.
 int mh_db_remove_name(const char* name);
-/// Removes the handlers of every address in exactly that domain, in one transaction.
+/// Removes the handlers of every address in exactly that domain (what follows the last "@"), all or none. Those of the
+/// bare domain, and of longer names that contain it, stay. None is success.
 int mh_db_remove_all(const char* domain);
 /// Sets `enabled` (0 or 1) on the handlers of that name, type and queue; a null address: those of every address.
 int mh_db_switch(const char* name, int type, int queue, const char* address, int enabled);
+/// mh_db_switch to 1.
 int mh_db_enable(const char* name, int type, int queue, const char* address);
+/// mh_db_switch to 0.
 int mh_db_disable(const char* name, int type, int queue, const char* address);
+/// Sets `enabled` on all handlers of that name, whatever their address.
 int mh_db_switch_by_name(const char* name, int enabled);
+/// Sets `enabled` on all handlers of one address.
 int mh_db_switch_by_addr(const char* address, int enabled);
 /// Gives the handlers of one address to another; they replace equal ones that it has.
 int mh_db_move_addr(const char* old_address, const char* new_address);

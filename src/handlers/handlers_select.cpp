@@ -1,4 +1,6 @@
 // Listing handlers: those that the mail system runs for an address, and those whose address contains a fragment.
+//
+// Rows become records without a copy of their texts; storing them in a list makes the one copy that lasts.
 #include "handlers/handlers_select.h"
 
 #include "handlers/global_recipient.h"
@@ -17,6 +19,7 @@ using kavro::handlers::StoredAddress;
 
 namespace {
 
+/// Both queries fail with the same text; the callers add what they were about.
 constexpr const char* kReadFailure = "Unable to get data from mail handlers database: %s";
 
 /// Hands rows on to the caller's list. They were stored at the head one by one, so the last comes first; storing them
@@ -84,6 +87,7 @@ int mh_db_select(int queue, int type, const char* address, mh_list* list) {
         }
         address = recipient;
     }
+    // The query answers only what it does not know already; the rest of each record comes from the arguments.
     const StoredAddress stored(address);
     const ListOwner rows(mh_list_init());
     const auto read_row = [&](const SqliteStatement& row) {

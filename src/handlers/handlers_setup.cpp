@@ -14,6 +14,7 @@ namespace {
 
 constexpr const char* kLabel = "mail handlers";
 
+// Executed in one call, on an existing file too: the first CREATE TABLE then fails and the transaction with it.
 // "constaraint" is kept: it is the name in every database that exists.
 constexpr const char* kSchema =
     "BEGIN TRANSACTION;"
@@ -36,7 +37,7 @@ constexpr mode_t kMode = 0640;
 const char* mh_db_path = "/var/lib/kavro/mail/handlers/handlers.db";
 
 void mh_db_path_set(const char* path) {
-    static std::string current;
+    static std::string current;  // outlives every use of the pointer
     current = path;
     mh_db_path = current.c_str();
 }
@@ -54,6 +55,7 @@ int mh_db_create() {
     if (mh_db_create_no_set_permissions() != 0) {
         return -1;
     }
+    // Half-made is worse than absent: the next attempt would fail on the tables that are there.
     if (fix_mh_db_permissions(mh_db_path) != 0) {
         ::unlink(mh_db_path);
         return -1;
@@ -67,6 +69,7 @@ int fix_mh_db_permissions(const char* path) {
         kavro_log(KAVRO_LOG_CRITICAL, "Unable to get mail handlers group uid: %s", std::strerror(errno));
         return -1;
     }
+    // Owner before mode: the mode must never apply to the group that the file had before.
     if (::chown(path, 0, readers) != 0) {
         kavro_log(KAVRO_LOG_CRITICAL, "Unable to set owner on %s: %s", path, std::strerror(errno));
         return -1;

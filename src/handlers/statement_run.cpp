@@ -14,6 +14,7 @@ OperationConnection::OperationConnection(SqliteConnection* given, SqliteConnecti
 
 int run_statement(SqliteConnection* connection, SqliteConnection::Access access, const StatementTexts& texts,
                   std::initializer_list<Parameter> parameters, const RowReader& read_row) {
+    // Made before the statement, so that it is closed after the statement is finalised.
     OperationConnection opened(connection, access);
     const auto fail = [&] {
         kavro_log(KAVRO_LOG_ERROR, texts.failure, opened.get().errorText());
@@ -26,7 +27,7 @@ int run_statement(SqliteConnection* connection, SqliteConnection::Access access,
     if (!statement.prepare(texts.sql)) {
         return fail();
     }
-    int position = 0;
+    int position = 0;  // SQLite counts parameters from 1
     for (const Parameter& parameter : parameters) {
         ++position;
         if (std::visit([&](auto value) { return statement.bind(position, value); }, parameter.value)) {

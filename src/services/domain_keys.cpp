@@ -1,5 +1,8 @@
 // DomainKeys key files. Every list is worked through to its end; what fails on the way is reported and remembered.
 //
+// The copying routine ends the process when it fails. What an operator can have put in its way is therefore looked for
+// before it is called, so that one odd domain does not keep the others from their keys.
+//
 // The reporter shows the system error that errno holds, so errno is cleared where no system call has failed.
 #include "services/domain_keys.h"
 
@@ -31,11 +34,13 @@ constexpr const char* kReaders = "popuser";
 constexpr mode_t kDirectoryMode = 0755;
 constexpr mode_t kKeyMode = 0440;
 
+/// For messages about arguments that may be null.
 const char* printable(const char* text) {
     return text == nullptr ? "" : text;
 }
 
-/// The domain in lower case, checked to be the name of a directory entry. Empty, reported, when it is not.
+/// The domain in lower case, checked to be the name of a directory entry: it becomes part of a path whose tree is
+/// created or removed as root. Empty, reported, when it is not.
 std::string directory_name(const std::string& domain) {
     const CString lowered(::strdup(domain.c_str()));
     if (lowered == nullptr) {
@@ -73,7 +78,8 @@ std::string directory_path(const std::string& name) {
     return path;
 }
 
-/// 0 for an existing regular file, else what is wrong with it, as errno values.
+/// Links are followed. 0 for an existing regular file, else what is wrong with it, as
+/// errno values.
 int regular_file_error(const char* path) {
     struct stat status {};
     if (::stat(path, &status) != 0) {
@@ -119,6 +125,7 @@ int target_error(const std::string& directory, const std::string& key) {
     return ::lstat(key.c_str(), &status) == 0 && S_ISDIR(status.st_mode) ? EISDIR : 0;
 }
 
+/// Gives one domain a copy of the source. 0, or -1, reported.
 int install_key(const std::string& domain, const char* source_file, gid_t readers) {
     const std::string name = directory_name(domain);
     const std::string directory = name.empty() ? name : directory_path(name);
@@ -142,12 +149,14 @@ int install_key(const std::string& domain, const char* source_file, gid_t reader
     return 0;
 }
 
+/// Removes one domain's directory with all that is in it. 0, or -1, reported.
 int remove_directory(const std::string& domain) {
     const std::string name = directory_name(domain);
     const std::string directory = name.empty() ? name : directory_path(name);
     if (directory.empty()) {
         return -1;
     }
+    // A file in its place is nobody's key and not ours to remove. A link goes, its target stays.
     struct stat status {};
     const bool foreign =
         ::lstat(directory.c_str(), &status) == 0 && !S_ISDIR(status.st_mode) && !S_ISLNK(status.st_mode);
@@ -183,6 +192,7 @@ int set_domain_key(const char* domains, const char* source_file) {
         messlog2(0, 0, "No source file '%s': %s", source_file, std::strerror(error));
         return -1;
     }
+    // Looked up once, before any domain is touched.
     gid_t readers = 0;
     if (kavro_getgr(kReaders, &readers) != 0) {
         messlog2(0, 0, "Unable to get group %s", kReaders);

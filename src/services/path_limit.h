@@ -1,4 +1,5 @@
-// The limit on paths that the side services build.
+// The limit on paths that the side services build. Longer names are refused with a message of their own, before the
+// system gets to see them.
 #pragma once
 
 #include <cstddef>

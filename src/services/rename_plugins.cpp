@@ -1,4 +1,6 @@
 // Runs the plug-ins of other services after a domain got a new name.
+//
+// Some of the messages have no line end of their own. Kept: callers match these texts.
 #include "services/rename_plugins.h"
 
 #include <dirent.h>
@@ -36,6 +38,7 @@ bool is_directory(const char* path) {
     return ::stat(path, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+/// Links are followed, as for the loader.
 bool is_regular_file(const char* path) {
     struct stat status {};
     return ::stat(path, &status) == 0 && S_ISREG(status.st_mode);
@@ -57,6 +60,7 @@ void flush_all() {
     std::signal(SIGPIPE, SIG_DFL);
     const int result = RenameDomain(path, old_domain, new_domain);
     flush_all();
+    // The parent sees the low eight bits: a plug-in that answers 256 has succeeded.
     ::_exit(result);
 }
 
@@ -90,6 +94,7 @@ int RenameDomainInServices(const char* old_domain, const char* new_domain) {
             logger(KAVRO_LOG_ERROR, "path '%s/%s' is too long", RENAME_PLUGINS_D, entry->d_name);
             return 1;
         }
+        // Also passes over "." and "..", and entries that are gone by now.
         if (is_regular_file(path.c_str()) && call_plugin(path, old_domain, new_domain) != 0) {
             return 1;
         }

@@ -1,96 +1,120 @@
-// Single changes, selection, creation and permissions of the handlers database.
+// The handlers database on real files, seen through SQLite itself.
+#include "handlers/handlers_database.h"
+
+#include <gmock/gmock.h>
 #include <grp.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include <fstream>
+#include <cstdarg>
+#include <filesystem>
+#include <numeric>
+#include <string>
+#include <vector>
 
-#include "handlers/handlers_fixture.h"
+#include "util/log.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
+using Lines = std::vector<std::string>;
 
 namespace {
 
-mh_data record(const char* name, const char* address, int type = 5) {
-    mh_data result;
-    mh_data_init_ex(&result);
-    result.type = type;
-    result.name = const_cast<char*>(name);
-    result.address = const_cast<char*>(address);
-    result.executable = const_cast<char*>("/bin/x");
-    return result;
-}
+class HandlersDatabase : public testing::Test {
+protected:
+    static inline Lines logged;
+
+    void SetUp() override {
+        std::filesystem::remove_all("/tmp/handlers");
+        mh_db_path_set("/tmp/handlers/made/handlers.db");
+        ASSERT_EQ(mh_db_create(), 0);
+        logged.clear();
+        kavro_log = collect;
+    }
+    static void collect(int, const char* format, ...) {
+        char text[1024];
+        va_list arguments;
+        va_start(arguments, format);
+        std::vsnprintf(text, sizeof text, format, arguments);
+        va_end(arguments);
+        logged.emplace_back(text);
+    }
+    /// The first column of every row that the statement gives, sorted, each followed by a blank.
+    static std::string query(const std::string& sql) {
+        sqlite3* database = nullptr;
+        sqlite3_open(mh_db_path, &database);
+        Lines lines;
+        const auto read = [](void* to, int, char** columns, char**) {
+            static_cast<Lines*>(to)->push_back(columns[0] + std::string(" "));
+            return 0;
+        };
+        EXPECT_EQ(sqlite3_exec(database, sql.c_str(), read, &lines, nullptr), SQLITE_OK) << sqlite3_errmsg(database);
+        sqlite3_close(database);
+        std::sort(lines.begin(), lines.end());
+        return std::accumulate(lines.begin(), lines.end(), std::string());
+    }
+    static std::string addresses() { return query("SELECT address FROM handlers"); }
+    /// Inserts rows past our code: name, address, priority, enabled, type, queue.
+    static void insert(const std::string& values) {
+        query(
+            "INSERT INTO handlers(name, address, priority, enabled, type, queue, executable, context, protected) "
+            "SELECT column1, column2, column3, column4, column5, column6, '/bin/' || column1, 'c', 1 FROM (VALUES " +
+            values + ")");
+    }
+};
 
 }  // namespace
 
 TEST_F(HandlersDatabase, AddStoresEveryFieldAndReplacesTheSameHandler) {
-    mh_data added = record("spam", "Joe@Dom.Test");
-    added.protect_on_restore = 1;
+    char name[] = "spam", address[] = "Joe@Dom.Test", executable[] = "/bin/x", empty[] = "";
+    mh_data added{0, 6, 5, name, address, executable, nullptr, 1, 0};
     ASSERT_EQ(mh_db_add(nullptr, &added), 0);
     added.priority = 7;
-    added.queue = 5;
     added.enabled = 1;
     added.protect_on_restore = 0;
     ASSERT_EQ(mh_db_add(nullptr, &added), 0);
-    added.context = const_cast<char*>("");
+    added.context = empty;
     added.protect_on_restore = 1;
-    added.queue = 6;
     ASSERT_EQ(mh_db_add(nullptr, &added), 0);
-    EXPECT_THAT(query("SELECT queue||type||enabled||priority||'|'||name||'|'||address||'|'||executable||'|'||context"
-                      "||'|'||protected FROM handlers"),
-                ElementsAre("5517|spam|joe@dom.test|/bin/x|none|0", "6517|spam|joe@dom.test|/bin/x||1"));
+    EXPECT_EQ(query("SELECT queue||type||enabled||priority||'|'||name||'|'||address||'|'||executable||'|'||context"
+                    "||'|'||protected FROM handlers"),
+              "5617|spam|joe@dom.test|/bin/x|none|0 5617|spam|joe@dom.test|/bin/x||1 ");
 }
 
 TEST_F(HandlersDatabase, GlobalHandlersTakeOnlyTheirOwnRecipients) {
-    for (const char* address : {static_cast<const char*>(nullptr), "", "all", "all-recipients"}) {
-        const mh_data added = record(address == nullptr ? "null" : "given", address, MH_TYPE_GLOBAL);
-        EXPECT_EQ(mh_db_add(nullptr, &added), 0);
-    }
-    const mh_data refused = record("given", "joe@dom.test", MH_TYPE_GLOBAL);
-    EXPECT_EQ(mh_db_add(nullptr, &refused), -1);
+    char name[] = "n", mail[] = "joe@dom.test", empty[] = "", every[] = "all-recipients";
+    mh_data added{0, MH_TYPE_GLOBAL, 5, name, mail, name, name, 0, 0};
+    EXPECT_EQ(mh_db_add(nullptr, &added), -1);
     EXPECT_THAT(logged, ElementsAre("Incorrect recipient address for global handler, expected "
                                     "[NULL|EMPTY_STRING|all|all-recipients]"));
-    EXPECT_THAT(addresses(), ElementsAre("all", "all", "all-recipients"));
-    mh_list list{};
-    EXPECT_EQ(mh_db_select(5, MH_TYPE_GLOBAL, "joe@dom.test", &list), -1);
-    EXPECT_EQ(logged.back(),
-              "Incorrect recipient address for global handler `joe@dom.test', expected [NULL|all|all-recipients]");
+    for (char* address : {static_cast<char*>(nullptr), empty, every}) {
+        added.address = address;
+        added.queue++;
+        EXPECT_EQ(mh_db_add(nullptr, &added), 0);
+    }
+    EXPECT_EQ(addresses(), "all all all-recipients ");
 }
 
-TEST_F(HandlersDatabase, RemovalTouchesOnlyWhatItNames) {
-    insert("('n','a@d',0,1,5,5), ('n','b@d',0,1,5,5), ('m','a@d',0,1,5,5), ('n','a@d',0,1,6,5), ('n','a@d',0,1,5,6)");
-    const auto rest = [] { return query("SELECT name||type||queue||address FROM handlers"); };
-    EXPECT_EQ(mh_db_remove("n", 5, "A@D", 5), 0);
-    EXPECT_THAT(rest(), ElementsAre("m55a@d", "n55b@d", "n56a@d", "n65a@d"));
-    EXPECT_EQ(mh_db_remove("n", 5, nullptr, 5), 0);
-    EXPECT_THAT(rest(), ElementsAre("m55a@d", "n56a@d", "n65a@d"));
-    EXPECT_EQ(mh_db_remove_name("m"), 0);
-    EXPECT_EQ(mh_db_remove_addr("b@d"), 0);
-    EXPECT_THAT(rest(), ElementsAre("n56a@d", "n65a@d"));
-    EXPECT_EQ(mh_db_remove_addr("A@d"), 0);
-    EXPECT_THAT(rest(), IsEmpty());
-}
-
-TEST_F(HandlersDatabase, SwitchingTouchesOnlyWhatItNames) {
-    insert("('n','a@d',0,0,5,6), ('n','b@d',0,0,5,6), ('m','a@d',0,0,5,6), ('n','c@d',0,0,6,5)");
-    const auto enabled = [] { return query("SELECT name||address FROM handlers WHERE enabled=1"); };
-    EXPECT_EQ(mh_db_enable("n", 5, 6, "A@D"), 0);
-    EXPECT_THAT(enabled(), ElementsAre("na@d"));
-    EXPECT_EQ(mh_db_enable("n", 5, 6, nullptr), 0);
-    EXPECT_THAT(enabled(), ElementsAre("na@d", "nb@d"));
-    EXPECT_EQ(mh_db_disable("n", 5, 6, "a@d"), 0);
-    EXPECT_EQ(mh_db_switch_by_name("m", 1), 0);
-    EXPECT_THAT(enabled(), ElementsAre("ma@d", "nb@d"));
-    EXPECT_EQ(mh_db_switch_by_addr("A@D", 0), 0);
-    EXPECT_EQ(mh_db_switch_by_addr("c@d", 1), 0);
-    EXPECT_THAT(enabled(), ElementsAre("nb@d", "nc@d"));
-}
-
-TEST_F(HandlersDatabase, MoveReplacesEqualHandlersOfTheNewAddress) {
-    insert("('n','a@d',7,1,5,5), ('m','a@d',0,1,5,5), ('n','b@d',3,1,5,5), ('n','aa@d',0,1,5,5)");
-    EXPECT_EQ(mh_db_move_addr("A@d", "B@D"), 0);
-    EXPECT_THAT(query("SELECT name||priority||address FROM handlers"), ElementsAre("m0b@d", "n0aa@d", "n7b@d"));
+TEST_F(HandlersDatabase, RemovingSwitchingAndMovingTouchOnlyWhatTheyName) {
+    insert("('n','a@d',0,0,5,5), ('n','b@d',0,0,5,5), ('m','a@d',0,0,5,5), ('n','a@d',0,0,6,5), ('n','a@d',0,0,5,6)");
+    const auto check = [](int result, const char* expected) {
+        EXPECT_EQ(result, 0);
+        EXPECT_EQ(query("SELECT name||type||queue||address||enabled FROM handlers"), expected);
+    };
+    check(mh_db_enable("n", 5, 5, "A@D"), "m55a@d0 n55a@d1 n55b@d0 n56a@d0 n65a@d0 ");
+    check(mh_db_enable("n", 5, 5, nullptr), "m55a@d0 n55a@d1 n55b@d1 n56a@d0 n65a@d0 ");
+    check(mh_db_disable("n", 5, 5, "a@d"), "m55a@d0 n55a@d0 n55b@d1 n56a@d0 n65a@d0 ");
+    check(mh_db_switch_by_name("m", 1), "m55a@d1 n55a@d0 n55b@d1 n56a@d0 n65a@d0 ");
+    check(mh_db_switch_by_addr("B@D", 0), "m55a@d1 n55a@d0 n55b@d0 n56a@d0 n65a@d0 ");
+    check(mh_db_move_addr("B@d", "A@D"), "m55a@d1 n55a@d0 n56a@d0 n65a@d0 ");
+    check(mh_db_move_addr("A@d", "C@D"), "m55c@d1 n55c@d0 n56c@d0 n65c@d0 ");
+    check(mh_db_remove("n", 5, "C@D", 6), "m55c@d1 n55c@d0 n65c@d0 ");
+    check(mh_db_remove("n", 5, nullptr, 5), "m55c@d1 n65c@d0 ");
+    check(mh_db_remove_name("m"), "n65c@d0 ");
+    check(mh_db_remove_addr("@d"), "n65c@d0 ");
+    check(mh_db_remove_addr("C@D"), "");
 }
 
 TEST_F(HandlersDatabase, SelectGivesEnabledHandlersHighestPriorityFirst) {
@@ -98,6 +122,7 @@ TEST_F(HandlersDatabase, SelectGivesEnabledHandlersHighestPriorityFirst) {
         "('low','a@d',1,1,5,5), ('top','a@d',10,1,5,5), ('mid','a@d',9,1,5,5), ('off','a@d',5,0,5,5),"
         "('queue','a@d',5,1,5,6), ('type','a@d',5,1,6,5), ('other','ab@d',5,1,5,5)");
     mh_list* list = mh_list_init();
+    ASSERT_EQ(mh_db_select_by_name("b@", list), 0);
     ASSERT_EQ(mh_db_select(5, 5, "A@D", list), 0);
     Lines names;
     const mh_list_node* previous = nullptr;
@@ -105,10 +130,7 @@ TEST_F(HandlersDatabase, SelectGivesEnabledHandlersHighestPriorityFirst) {
         EXPECT_EQ(node->previous, previous);
         names.emplace_back(std::string(node->data->name) + node->data->executable + node->data->context);
     }
-    EXPECT_THAT(names, ElementsAre("top/bin/topc", "mid/bin/midc", "low/bin/lowc"));
-    ASSERT_EQ(mh_db_select_by_name("b@", list), 0);
-    EXPECT_STREQ(list->head->data->name, "other");
-    EXPECT_STREQ(list->head->next->data->name, "top");
+    EXPECT_THAT(names, ElementsAre("top/bin/topc", "mid/bin/midc", "low/bin/lowc", "other/bin/otherc"));
     mh_list_free(list);
 }
 
@@ -117,46 +139,90 @@ TEST_F(HandlersDatabase, AMissingDatabaseFailsEveryOperationWithSqlitesText) {
     mh_list list{};
     EXPECT_EQ(mh_db_select(5, 5, "a@d", &list), -1);
     EXPECT_FALSE(std::filesystem::exists(mh_db_path));
-    EXPECT_EQ(mh_db_remove_addr("a@d"), -1);
     EXPECT_EQ(mh_db_remove_all("d"), -1);
-    EXPECT_EQ(mh_db_clone("a", "d", "b", "d"), -1);
-    EXPECT_TRUE(std::filesystem::exists(mh_db_path));
-    mh_db_path_set("/tmp/handlers/no/such.db");
-    EXPECT_EQ(mh_db_do(&list, nullptr, mh_db_add), -1);
     EXPECT_THAT(logged, ElementsAre("Unable to get data from mail handlers database: unable to open database file",
                                     "Unable to select mail handlers",
-                                    "Unable to execute do action on handlers database: no such table: handlers",
                                     "Unable to get data from mail handlers database: no such table: handlers",
-                                    "Get handlers list",
-                                    "Unable to select data from handlers database: no such table: handlers",
-                                    "Unable to begin sqlite transaction: unable to open database file"));
+                                    "Get handlers list"));
 }
 
-TEST_F(HandlersDatabase, CreationSetsOwnerAndModeAndKeepsAnExistingDatabase) {
-    mh_db_path_set("/tmp/handlers/new/deep/handlers.db");
-    ASSERT_EQ(mh_db_create(), 0);
+TEST_F(HandlersDatabase, CreationKeepsWhatExistsAndRemovesWhatItsReadersCouldNotRead) {
     struct stat status {};
     ASSERT_EQ(stat(mh_db_path, &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0640U);
     EXPECT_EQ(status.st_uid, 0U);
     EXPECT_EQ(status.st_gid, getgrnam("popuser")->gr_gid);
-    EXPECT_THAT(query("SELECT sql FROM sqlite_master WHERE type='table'"),
-                ElementsAre(HasSubstr("CONSTRAINT uniq_entries_constaraint PRIMARY KEY (queue, type, name, address, "
-                                      "executable, context)")));
-    EXPECT_THAT(query("SELECT name FROM sqlite_master WHERE sql LIKE 'CREATE INDEX%'"),
-                ElementsAre("idx1", "idx2", "idx3", "idx4"));
     insert("('n','a@d',0,1,5,5)");
     EXPECT_EQ(mh_db_create(), -1);
     EXPECT_THAT(logged, ElementsAre(HasSubstr("mail handlers database: table handlers already exists")));
-    EXPECT_THAT(addresses(), ElementsAre("a@d"));
-}
+    EXPECT_EQ(addresses(), "a@d ");
 
-TEST_F(HandlersDatabase, CreationRemovesAFileThatItsReadersCouldNotRead) {
-    std::filesystem::copy_file("/etc/group", "/tmp/handlers/group");
-    std::ofstream("/etc/group") << "root:x:0:\n";
+    std::filesystem::rename("/etc/group", "/etc/group.saved");
     mh_db_path_set("/tmp/handlers/new.db");
     EXPECT_EQ(mh_db_create(), -1);
-    std::filesystem::copy_file("/tmp/handlers/group", "/etc/group", std::filesystem::copy_options::overwrite_existing);
-    EXPECT_THAT(logged, ElementsAre(HasSubstr("Unable to get mail handlers group uid: ")));
+    std::filesystem::rename("/etc/group.saved", "/etc/group");
+    EXPECT_THAT(logged.back(), HasSubstr("Unable to get mail handlers group uid: "));
     EXPECT_FALSE(std::filesystem::exists(mh_db_path));
+}
+
+TEST_F(HandlersDatabase, DomainWideChangesKeepToExactlyThatDomain) {
+    insert(
+        "('n','a@my_dom.test',0,1,5,5), ('n','b@c@my_dom.test',0,1,5,5), ('n','a@myxdom.test',0,1,5,5),"
+        "('n','a@xmy_dom.test',0,1,5,5), ('n','a@my_dom.test.org',0,1,5,5), ('n','a@sub.my_dom.test',0,1,5,5),"
+        "('n','my_dom.test@o.test',0,1,5,5), ('n','my_dom.test',0,1,5,5), ('n','all',0,1,4,5)");
+    EXPECT_EQ(mh_db_clone(nullptr, "My_Dom.Test", nullptr, "New.Test"), 0);
+    for (const char* domain : {"MY_dom.test", "%", "_ew.test", "test", "absent.test", ""}) {
+        EXPECT_EQ(mh_db_remove_all(domain), 0);
+    }
+    EXPECT_EQ(
+        addresses(),
+        "a@my_dom.test.org a@myxdom.test a@new.test a@sub.my_dom.test a@xmy_dom.test all b@c@new.test my_dom.test "
+        "my_dom.test@o.test ");
+    EXPECT_THAT(logged, testing::IsEmpty());
+}
+
+TEST_F(HandlersDatabase, CloneOfANameKeepsAllButTheProtection) {
+    insert("('n','a@d',7,0,3,2), ('m','a@d',-1,1,5,5), ('o','aa@d',0,1,5,5)");
+    EXPECT_EQ(mh_db_clone("A", "D", "B", "E"), 0);
+    EXPECT_EQ(query("SELECT name||priority||enabled||type||queue||executable||context||protected FROM handlers "
+                    "WHERE address='b@e'"),
+              "m-1155/bin/mc0 n7032/bin/nc0 ");
+    EXPECT_EQ(mh_db_clone("a", "d", nullptr, "e"), -1);
+    EXPECT_EQ(query("SELECT count(*) FROM handlers"), "5 ");
+}
+
+TEST_F(HandlersDatabase, AFailureInTheMiddleUndoesTheBatch) {
+    insert("('n','a@d',0,1,5,5), ('m','b@d',0,1,5,5), ('o','c@d',0,1,5,5)");
+    const std::string before = addresses();
+    query(
+        "CREATE TRIGGER i BEFORE INSERT ON handlers WHEN NEW.name='m' BEGIN SELECT RAISE(ABORT,'no m'); END;"
+        "CREATE TRIGGER d BEFORE DELETE ON handlers WHEN OLD.name='m' BEGIN SELECT RAISE(ROLLBACK,'keep m'); END;");
+    EXPECT_EQ(mh_db_clone(nullptr, "d", nullptr, "e"), -1);
+    EXPECT_EQ(mh_db_remove_all("d"), -1);
+    EXPECT_THAT(logged, ElementsAre("Unable to execute insert record into handlers database: no m",
+                                    "Unable to add records into handlers database",
+                                    "Unable to execute delete record from handlers database: keep m"));
+    EXPECT_EQ(addresses(), before);
+}
+
+TEST_F(HandlersDatabase, BatchesWaitForEachOtherAndNotForEver) {
+    insert("('n','a@d',0,1,5,5), ('m','b@d',0,1,5,5)");
+    constexpr int kCloners = 4;
+    for (int number = 0; number < kCloners; ++number) {
+        if (fork() != 0) {
+            continue;
+        }
+        alarm(60);
+        int failures = 0;
+        for (int round = 0; round < 20; ++round) {
+            const std::string domain = "e" + std::to_string(number) + std::to_string(round);
+            failures += mh_db_clone(nullptr, "d", nullptr, domain.c_str()) != 0 ? 1 : 0;
+            failures += round % 2 == 0 && mh_db_remove_all(domain.c_str()) != 0 ? 1 : 0;
+        }
+        _exit(failures);
+    }
+    for (int status = -1; wait(&status) != -1;) {
+        EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(query("SELECT count(*) FROM handlers"), std::to_string(2 + kCloners * 10 * 2) + " ");
 }

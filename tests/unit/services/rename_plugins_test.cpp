@@ -5,18 +5,18 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
 namespace fs = std::filesystem;
-using testing::HasSubstr;
 
 namespace {
 
-// What it does is told by the old name; "third" fails at the third call in a row.
+const fs::path kDirectory = RENAME_PLUGINS_D;
+
+// What it does is told by the old name: with "third", the third call in a row fails.
 constexpr const char* kPlugin = R"(
 #include <csignal>
 #include <cstdio>
@@ -34,21 +34,24 @@ extern "C" int rename_domain(const char* from, const char* to) {
 
 class RenamePlugins : public testing::Test {
 protected:
+    std::string printed, reported, calls;
+
     static void SetUpTestSuite() {
         std::ofstream("/tmp/plugin.cpp") << kPlugin;
         ASSERT_EQ(std::system("g++ -shared -fPIC -o /tmp/plugin.so /tmp/plugin.cpp && "
-                              "echo 'int other;' >/tmp/other.c && gcc -shared -fPIC -o /tmp/other.so /tmp/other.c"),
+                              "g++ -shared -fPIC -o /tmp/other.so -x c++ /dev/null"),
                   0);
     }
     void SetUp() override {
         fs::remove("/tmp/calls");
-        fs::remove_all(RENAME_PLUGINS_D);
-        fs::create_directories(RENAME_PLUGINS_D);
+        fs::remove_all(kDirectory);
+        fs::create_directories(kDirectory);
     }
-    static void install(const char* library, const char* name) {
-        fs::copy_file(library, fs::path(RENAME_PLUGINS_D) / name);
+    static void install(std::initializer_list<const char*> names) {
+        for (const char* name : names) {
+            fs::copy_file("/tmp/plugin.so", kDirectory / name);
+        }
     }
-    /// The answer; `printed` and `reported` get what went to the two streams.
     int run(const char* old_domain) {
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
@@ -60,7 +63,6 @@ protected:
         calls.assign(std::istreambuf_iterator<char>(file), {});
         return result;
     }
-    std::string printed, reported, calls;
 };
 
 }  // namespace
@@ -72,48 +74,33 @@ TEST_F(RenamePlugins, EveryPluginIsCalledAndItsOutputAppearsOnce) {
             std::ofstream("/tmp/calls", std::ios::app) << "exit handler\n";
         }
     });
-    EXPECT_EQ(run("a"), 0);
-    install("/tmp/plugin.so", "one");
-    install("/tmp/plugin.so", "two");
-    fs::create_directory(fs::path(RENAME_PLUGINS_D) / "directory");
+    install({"one", "two"});
+    fs::create_directory(kDirectory / "directory");
     const auto former = std::signal(SIGPIPE, SIG_IGN);
     EXPECT_EQ(run("a"), 0);
     std::signal(SIGPIPE, former);
-    EXPECT_EQ(calls, "a>b\na>b\n");
-    EXPECT_EQ(printed, "before plug-in\nplug-in\n");
-    EXPECT_EQ(reported, "");
+    EXPECT_EQ(calls + printed + reported, "a>b\na>b\nbefore plug-in\nplug-in\n");
 }
 
 TEST_F(RenamePlugins, TheFirstFailureEndsTheRun) {
-    for (const char* name : {"1", "2", "3", "4", "5"}) {
-        install("/tmp/plugin.so", name);
-    }
+    install({"1", "2", "3", "4", "5"});
     EXPECT_EQ(run("third"), 1);
     EXPECT_EQ(calls, "third>b\nthird>b\nthird>b\n");
-    EXPECT_THAT(reported,
-                testing::MatchesRegex("plugin '/usr/lib/kavro-9.0/domain_rename/.' failed with status '1'\n"));
-}
-
-TEST_F(RenamePlugins, AnExceptionOrCrashStaysInTheChild) {
-    install("/tmp/plugin.so", "one");
+    EXPECT_THAT(reported, testing::MatchesRegex("plugin '.*/domain_rename/.' failed with status '1'\n"));
     EXPECT_EQ(run("throw"), 1);
-    EXPECT_THAT(reported, HasSubstr("child killed by signal: 6\nplugin '/usr/lib/kavro-9.0/domain_rename/one' failed"));
-    EXPECT_EQ(RenameDomain("/tmp/plugin.so", "third", "b"), 0);
+    EXPECT_THAT(reported, testing::StartsWith("terminate called"));
+    EXPECT_THAT(reported, testing::HasSubstr("child killed by signal: 6\nplugin '/usr/lib/kavro-9.0/domain_rename/"));
 }
 
 TEST_F(RenamePlugins, WhatIsNoPluginSucceedsAndAMissingDirectoryFails) {
-    std::ofstream(fs::path(RENAME_PLUGINS_D) / "text") << "no library\n";
     EXPECT_EQ(run("a"), 0);
-    EXPECT_THAT(reported, testing::StartsWith("cannop load '/usr/lib/kavro-9.0/domain_rename/text' plugin: "));
-    fs::remove(fs::path(RENAME_PLUGINS_D) / "text");
-    install("/tmp/other.so", "other");
+    fs::copy_file("/tmp/other.so", kDirectory / "other");
     EXPECT_EQ(run("a"), 0);
     EXPECT_EQ(reported, "");
-    fs::remove_all(RENAME_PLUGINS_D);
-    for (int kind = 0; kind < 2; ++kind) {
-        EXPECT_EQ(run("a"), 1);
-        EXPECT_EQ(reported, "plugin directory '/usr/lib/kavro-9.0/domain_rename' not exists or not directory");
-        std::ofstream{RENAME_PLUGINS_D};
-    }
-    fs::remove(RENAME_PLUGINS_D);
+    std::ofstream(kDirectory / "text") << "no library\n";
+    EXPECT_EQ(run("a"), 0);
+    EXPECT_THAT(reported, testing::StartsWith("cannop load '/usr/lib/kavro-9.0/domain_rename/text' plugin: "));
+    fs::remove_all(kDirectory);
+    EXPECT_EQ(run("a"), 1);
+    EXPECT_EQ(reported, "plugin directory '/usr/lib/kavro-9.0/domain_rename' not exists or not directory");
 }

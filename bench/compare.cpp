@@ -99,7 +99,7 @@ void prepare(const char* preparation) {
 double milliseconds(const std::vector<Command>& sequence) {
     const auto begin = std::chrono::steady_clock::now();
     for (const Command& command : sequence) {
-        const pid_t child = ::vfork();
+        const pid_t child = ::fork();
         if (child == 0) {
             become(command, false);
         }

@@ -66,20 +66,23 @@ storage() {
   done
 }
 
-# All stores in one text, for comparison before and after.
+# All stores in one text, a line each, with the store's name in front.
 state() {
   local name
   for name in virtual_domains vmailbox virtual aliases; do
-    printf '[%s]\n' "$name"
-    table $name
+    table $name | tr '\t' ' ' | sed "s|^|$name: |"
   done
-  printf '[auth]\n%s\n[handlers]\n%s\n[storage]\n' "$(auth_users)" "$(handlers)"
-  storage
-  printf '[keys]\n'
-  find $KEYS -mindepth 1 -printf '%y %m %u:%g %P\n' | sort -k 4
-  printf '[leftovers]\n'
-  leftovers
+  auth_users | sed 's/^/auth: /'
+  handlers | sed 's/^/handlers: /'
+  storage | sed 's/^/storage: /'
+  find $KEYS -mindepth 1 -printf 'keys: %y %m %u:%g %P\n' | sort -k 5
+  leftovers | sed 's/^/left over: /'
 }
+
+# remember; ...; same "what" "$expected" "$(changes)": all that differs from the remembered state, gone lines with "-",
+# new ones with "+", and nothing else.
+remember() { state >/tmp/before; }
+changes() { diff /tmp/before <(state) | sed -n 's/^< /-/p; s/^> /+/p' | sort -k 1.2; }
 
 # Files that no finished command may leave behind.
 leftovers() {

@@ -1,6 +1,7 @@
 // The name rules at their limits, and the conversions of internationalised names.
 #include "util/names.h"
 
+#include <gmock/gmock.h>
 #include <idna.h>
 
 #include "util/c_memory.h"
@@ -23,7 +24,6 @@ TEST(Names, MailnameRules) {
          Strings{longestMailname + "a", "", ".a", "a.", "a..b", ".", "a b", "\xC3\xA4", "a@b", "a/b", "a\n"}) {
         EXPECT_EQ(is_mailname_valid(name.c_str()), 0) << name;
     }
-    EXPECT_EQ(is_mailname_valid(nullptr), 0);
 }
 
 TEST(Names, DomainNameRules) {
@@ -34,7 +34,6 @@ TEST(Names, DomainNameRules) {
                                     "a-.b", "b.-a", "a_b.c", "a b", "\xC3\xA4.b"}) {
         EXPECT_EQ(is_domain_name_valid(name.c_str()), 0) << name;
     }
-    EXPECT_EQ(is_domain_name_valid(nullptr), 0);
 }
 
 TEST(Names, AddressIsSplitAtTheFirstAt) {
@@ -47,7 +46,6 @@ TEST(Names, AddressIsSplitAtTheFirstAt) {
 }
 
 TEST(Idn, ConvertsTheDomainAndNothingElse) {
-    EXPECT_EQ(kavro::idn::toUtf8("xn--bcher-kva.example"), "bücher.example");
     EXPECT_EQ(kavro::idn::emailToAscii("jürgen@bücher.example"), "jürgen@xn--bcher-kva.example");
     EXPECT_EQ(kavro::idn::emailToAscii("postmaster"), "postmaster");
     EXPECT_STREQ(kavro::CString(idn_email_toascii("jürgen@bücher.example")).get(), "jürgen@xn--bcher-kva.example");
@@ -62,12 +60,8 @@ TEST(Idn, ReportsWhatCannotBeConverted) {
     const std::string tooLong(64, 'a');
     EXPECT_EQ(idn_toascii(tooLong.c_str()), nullptr);
     EXPECT_EQ(idn_errno, IDNA_INVALID_LENGTH);
-    try {
-        kavro::idn::toAscii(tooLong);
-        ADD_FAILURE();
-    } catch (const kavro::idn::IdnaError& error) {
-        EXPECT_STREQ(error.what(), "Invalid length");
-    }
+    EXPECT_THAT([&] { kavro::idn::toAscii(tooLong); },
+                ::testing::ThrowsMessage<kavro::idn::IdnaError>("Invalid length"));
     EXPECT_STREQ(idn_strerror(42), "Unknown error");
     // An unconvertible domain is not noticed.
     EXPECT_STREQ(kavro::CString(idn_email_toascii(("a@" + tooLong).c_str())).get(), "a@(null)");

@@ -155,3 +155,44 @@ EOF
 restore_postmap() {
   [ ! -e /usr/sbin/postmap.real ] || mv -f /usr/sbin/postmap.real /usr/sbin/postmap
 }
+
+# Lines of the state, each with a sign in front: "+" or "-".
+standard() { # the six standard addresses of a domain: standard SIGN DOMAIN
+  local name
+  for name in postmaster mailer-daemon root anonymous drweb kluser; do
+    printf '%svirtual: %s@%s %s@localhost.localdomain\n' "$1" "$name" "$2" "$name"
+  done
+}
+seen_through() { # mailnames of the sample domain through an alias: seen_through SIGN ALIAS [DOMAIN]
+  local name
+  for name in info sales help; do printf '%svirtual: %s@%s info@%s\n' "$1" "$name" "$2" "${3:-d.test}"; done
+  printf '%svirtual: bob@%s bob@%s\n' "$1" "$2" "${3:-d.test}"
+}
+sorted() { sort -k 1.2; }
+
+# The sample: domain d.test with domain aliases a1.test and a2.test, mailname info (mailbox, mail aliases sales and
+# help), mailname bob, list "news"; handlers; a signing key; and a neighbourhood that no command may touch.
+SAMPLE=$(document d.test "a1.test a2.test" "info:sales,help bob=5MB" news)
+make_sample() {
+  local alias
+  with "$SAMPLE" mxadmin --add-domain --domain-name=d.test
+  with "$SAMPLE" mxadmin --add-mailname --domain-name=d.test --mailname=info
+  with "$SAMPLE" mxadmin --add-mailname --domain-name=d.test --mailname=bob --disk-quota=5242880 --wait-stdin
+  for alias in sales help; do
+    with "$SAMPLE" mxadmin --add-alias --domain-name=d.test --mailname=info --alias=$alias
+  done
+  ZCP_PASSWORD=secret with "$SAMPLE" mxadmin --add-mailbox --domain-name=d.test --mailname=info
+  ZCP_PASSWORD=secret with "$SAMPLE" mxadmin --set-password --domain-name=d.test --mailname=info
+  add_handler info@d.test spam
+  add_handler info@xd.test spam
+  install -D -m 0440 -g popuser /etc/hostname $KEYS/d.test/default
+  for alias in a1.test a2.test; do
+    with "$SAMPLE" mxadmin --add-domain-alias --domain-name=d.test --domain-alias-name=$alias --set-reject
+  done
+  postmap -r -i hash:$TABLES/virtual <<'END'
+fan@other.test info@d.test, x@other.test, y@sub.d.test
+x@xd.test x@xd.test
+x@sub.d.test x@sub.d.test
+END
+  postmap -r -i hash:$TABLES/vmailbox <<<'x@xd.test xd.test/x/Maildir/'
+}

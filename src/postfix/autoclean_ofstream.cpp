@@ -10,7 +10,7 @@ namespace kavro::mail::postfix {
 namespace {
 
 /// Large tables are written through here: few system calls matter more than memory.
-constexpr std::streamsize kBufferSize = 64 * 1024;
+constexpr std::streamsize kBufferSize = 65536;
 
 }  // namespace
 

@@ -48,7 +48,8 @@ void DomainManager::removeDomain(const std::string& domain, OnRemoval onRemoval)
     if (onRemoval == OnRemoval::Remove) {
         try {
             MaildirManager::getInstance().removeDomainRoot(domain);
-        } catch (...) {  // NOLINT(bugprone-empty-catch): storage that cannot be deleted must not keep records alive
+        } catch (...) {
+            // Storage that cannot be deleted must not keep the records alive.
         }
     } else if (onRemoval == OnRemoval::Backup) {
         MaildirManager::getInstance().backupDomainRoot(domain);

@@ -30,6 +30,7 @@ void DomainManager::createCatchall(const std::string& domain, const std::string&
 void DomainManager::createCatchallFor(BatchDatabaseHelper& batch, const std::vector<std::string>& domains,
                                       const std::string& target) {
     std::vector<DatabaseHelper::Record> records;
+    records.reserve(domains.size());
     for (const std::string& domain : domains) {
         records.emplace_back('@' + domain, target);
     }

@@ -1,0 +1,221 @@
+// Changes of tables with the real postmap, and with one that fails.
+#include "postfix/database_helper.h"
+
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+
+#include <list>
+
+#include "postfix/batch_database_helper.h"
+#include "postfix/domain_filters.h"
+#include "postfix/postfix_errors.h"
+#include "process/system_error.h"
+#include "tables_fixture.h"
+
+namespace kavro::mail::postfix {
+namespace {
+
+using Records = std::list<DatabaseHelper::Record>;
+
+/// The text of the exception of exactly that class that `change` throws.
+template <typename Error, typename Change>
+std::string thrownBy(const Change& change) {
+    try {
+        change();
+    } catch (const Error& error) {
+        EXPECT_EQ(typeid(error), typeid(Error));
+        return error.what();
+    }
+    ADD_FAILURE() << "nothing thrown";
+    return {};
+}
+
+class DatabaseHelperTest : public TablesTest {
+protected:
+    static void add() { DatabaseHelper::addRecord(kVirtualTable, "new@x", "v"); }
+    static void remove() { DatabaseHelper::removeRecord(kVirtualTable, "a@x"); }
+    static void removeSeveral() {
+        const std::list<std::string> keys{"a@x", "b@x"};
+        DatabaseHelper::removeRecords(kVirtualTable, keys.begin(), keys.end());
+    }
+    static void replace() {
+        const Records records{{"new@x", "v"}};
+        DatabaseHelper::replaceRecords(kVirtualTable, records.begin(), records.end());
+    }
+    static void filter() { DatabaseHelper::filterElements(kVirtualTable, NotInDomainFilter("x", false)); }
+};
+
+TEST(CheckOutput, FailsByTheSeverityWord) {
+    struct Case {
+        const char* text;
+        bool lenient;
+        bool strict;
+    };
+    for (const Case& c : {Case{"", true, true},
+                          {"postmap: fatal: open x: none\n", false, false},
+                          {"postmap: error: x", false, false},
+                          {"postmap:panic: x", false, false},
+                          {"postmap: warning: a\npostmap: fatal: b\n", false, false},
+                          {"postmap: warning: x\n", true, true},
+                          {"postmap: warn: x\n", true, false},
+                          {"postmap: info: x\n", true, false},
+                          {"postmap: fatal\n", true, true},
+                          {"fatal: no second colon\n", true, true},
+                          {"no colon at all\nends with:\nblank:   \na: b\n", true, true},
+                          {"a: :", true, true},
+                          {"a: b:", true, false}}) {
+        EXPECT_EQ(DatabaseHelper::checkOutput(c.text, false), c.lenient) << c.text;
+        EXPECT_EQ(DatabaseHelper::checkOutput(c.text, true), c.strict) << c.text;
+    }
+}
+
+TEST_F(DatabaseHelperTest, AddsOverwritesRemovesAndReplaces) {
+    fill(kVirtualTable, {{"a@x", "old"}, {"b@x", "b"}});
+    std::vector<DatabaseHelper::Record> many{{"a@x", "new"}};
+    std::list<std::string> keys{"absent@x"};
+    for (int i = 0; i < 5000; ++i) {
+        keys.push_back("name" + std::to_string(i) + "@x");
+        many.emplace_back(keys.back(), "target@x");
+    }
+    DatabaseHelper::addRecords(kVirtualTable, many.begin(), many.end());
+    Table expected(many.begin(), many.end());
+    expected["b@x"] = "b";
+    EXPECT_EQ(dump(kVirtualTable), expected);
+    DatabaseHelper::removeRecords(kVirtualTable, keys.begin(), keys.end());
+    DatabaseHelper::removeRecord(kVirtualTable, "absent@x");
+    EXPECT_EQ(dump(kVirtualTable), (Table{{"a@x", "new"}, {"b@x", "b"}}));
+    remove();
+    EXPECT_EQ(dump(kVirtualTable), (Table{{"b@x", "b"}}));
+    replace();
+    EXPECT_EQ(dump(kVirtualTable), (Table{{"new@x", "v"}}));
+    const Records none;
+    DatabaseHelper::replaceRecords(kVirtualTable, none.begin(), none.end());
+    EXPECT_EQ(dump(kVirtualTable), Table());
+    usePostmap("exit 1");
+    EXPECT_NO_THROW(DatabaseHelper::addRecords(kVirtualTable, none.begin(), none.end()));
+}
+
+TEST_F(DatabaseHelperTest, FailedRunsCarryTheDiagnosticsAndChangeNothing) {
+    fill(kVirtualTable, {{"a@x", "1"}, {"b@x", "2"}});
+    usePostmap("echo 'postmap: fatal: no' >&2; exit 1");
+    for (const auto& change : {add, replace, filter}) {
+        EXPECT_EQ(thrownBy<PostfixConfigurationError>(change), "postmap: fatal: no\n");
+    }
+    for (const auto& change : {remove, removeSeveral}) {
+        EXPECT_EQ(thrownBy<PostfixDatabaseError>(change), "postmap: fatal: no\n");
+    }
+    for (const char* failure : {"exit 1", "kill -9 $$"}) {
+        usePostmap(failure);
+        for (const auto& change : {add, replace, filter}) {
+            EXPECT_EQ(thrownBy<PostfixConfigurationError>(change), "unknown error");
+        }
+    }
+    EXPECT_EQ(thrownBy<PostfixDatabaseError>(remove), "");
+    usePostmap("exit 1");
+    EXPECT_NO_THROW(remove());
+    EXPECT_NO_THROW(removeSeveral());
+    usePostmap("exit 0");
+    const Records more(20000, {"new@x", "v"});
+    EXPECT_THROW(DatabaseHelper::addRecords(kVirtualTable, more.begin(), more.end()), SystemError);
+    usePostmap("[ $n = 2 ] && exit 3");
+    EXPECT_EQ(thrownBy<PostfixConfigurationError>(filter), "unknown error");
+    EXPECT_EQ(dump(kVirtualTable), (Table{{"a@x", "1"}, {"b@x", "2"}}));
+    EXPECT_NO_THROW(filter()) << "the lock was given back";
+}
+
+TEST_F(DatabaseHelperTest, RefusesWhatPostmapWouldReadAsSomethingElse) {
+    usePostmap("");
+    Records bad{{"a@x", ""}, {"a@x", " \t"}, {"a@x", "v\nb@x v"}, {std::string("a\0b", 3), "v"}};
+    for (const char* key : {"", "a b@x", "a\v@x", "a@x v\nb@x", "#a@x", "\"a@x", "a\\"}) {
+        bad.emplace_back(key, "v");
+    }
+    for (const auto& [key, value] : bad) {
+        EXPECT_THROW(DatabaseHelper::addRecord(kVirtualTable, key, value), PostfixConfigurationError) << key;
+        const Records records{{"good@x", "v"}, {key, value}};
+        EXPECT_THROW(DatabaseHelper::replaceRecords(kVirtualTable, records.begin(), records.end()),
+                     PostfixConfigurationError);
+    }
+    for (const std::string key : {"", "a@x\nb@x", "a b"}) {
+        const std::vector<std::string> keys{"good@x", key};
+        EXPECT_THROW(DatabaseHelper::removeRecords(kVirtualTable, keys.begin(), keys.end()), PostfixDatabaseError);
+        EXPECT_THROW(DatabaseHelper::removeRecord(kVirtualTable, key), PostfixDatabaseError);
+    }
+    EXPECT_EQ(runs(), "");
+    DatabaseHelper::addRecord(kVirtualTable, "a#b@x", "\"|cmd 'x' \\\"\", #c");
+    EXPECT_EQ(dump(kVirtualTable), (Table{{"a#b@x", "\"|cmd 'x' \\\"\", #c"}}));
+}
+
+TEST_F(DatabaseHelperTest, TextSourceIsNeverWrittenThroughALeftover) {
+    std::ofstream("/tmp/precious") << "precious";
+    std::filesystem::create_symlink("/tmp/precious", kTablesDirectory / "virtual");
+    replace();
+    EXPECT_EQ(outputOf("cat /tmp/precious"), "precious");
+    EXPECT_EQ(dump(kVirtualTable), (Table{{"new@x", "v"}}));
+}
+
+TEST_F(DatabaseHelperTest, AFullDiskLeavesTheTableAndNoTextSource) {
+    ASSERT_EQ(::mount("tmpfs", kTablesDirectory.c_str(), "tmpfs", 0, "size=400k"), 0);
+    Table records;
+    for (int i = 0; i < 2000; ++i) {
+        records["name" + std::to_string(i) + "@y"] = std::string(30, 'v');
+    }
+    fill(kVirtualTable, records);
+    std::ofstream(kTablesDirectory / "ballast.db") << std::string(400 * 1024, ' ');
+    EXPECT_THROW(filter(), std::ios_base::failure);
+    EXPECT_FALSE(std::filesystem::exists(kTablesDirectory / "virtual"));
+    EXPECT_EQ(dump(kVirtualTable), records);
+    std::filesystem::remove(kTablesDirectory / "ballast.db");
+    EXPECT_NO_THROW(filter());
+    EXPECT_EQ(::umount(kTablesDirectory.c_str()), 0);
+}
+
+TEST_F(DatabaseHelperTest, NoStandingRecordIsLostWhileOthersAdd) {
+    Table standing;
+    for (int i = 0; i < 20000; ++i) {
+        standing["standing" + std::to_string(i) + "@y"] = "v";
+    }
+    fill(kVirtualTable, standing);
+    std::FILE* const writers =
+        ::popen(("for w in 1 2 3 4; do for r in 1 2 3 4 5 6 7 8; do seq -f added$w-$r-%g@y' v' 300 | " + kRealPostmap +
+                 " -r -i " + kVirtualTable + "; done & done; wait")
+                    .c_str(),
+                "r");
+    for (int i = 0; i < 8; ++i) {
+        filter();
+    }
+    EXPECT_EQ(std::getc(writers), EOF);  // all of them have ended
+    ::pclose(writers);
+    Table left = dump(kVirtualTable);
+    std::erase_if(left, [](const auto& record) { return record.first.starts_with("added"); });
+    EXPECT_EQ(left.size(), standing.size());
+}
+
+TEST_F(DatabaseHelperTest, ABatchAddsThenRemovesTableByTable) {
+    fill(kVirtualTable, {{"old@x", "1"}});
+    const std::vector<std::string> keys{"old@x", "both@x"};
+    BatchDatabaseHelper batch(true, false);
+    batch.removeChanges(kVirtualTable, keys.begin(), keys.end());
+    for (const char* table : {kVmailboxTable, kVirtualTable, kAliasesTable}) {
+        batch.addChange(table, "both@x", "1");
+        batch.addChange(table, "kept@x", "1");
+    }
+    EXPECT_EQ(runs(), "");
+    usePostmap("[ $n = 2 ] && exit 1");
+    EXPECT_THROW(batch.commit(), PostfixConfigurationError);
+    usePostmap("");
+    batch.commit();
+    batch.commit();
+    BatchDatabaseHelper(true, false).addChange(kVirtualTable, "dropped@x", "1");
+    const std::string add = "-r -i ";
+    EXPECT_EQ(runs(), add + kAliasesTable + "\n" + add + kVirtualTable + "\n" + add + kVmailboxTable + "\n-d - " +
+                          kVirtualTable + "\n");
+    EXPECT_EQ(dump(kVirtualTable), (Table{{"kept@x", "1"}}));
+
+    BatchDatabaseHelper().addChange(kVirtualTable, "added@x", "1");
+    EXPECT_EQ(dump(kVirtualTable), (Table{{"added@x", "1"}, {"kept@x", "1"}}));
+    BatchDatabaseHelper(false).addChange(kVirtualTable, "alone@x", "1");
+    EXPECT_EQ(dump(kVirtualTable), (Table{{"alone@x", "1"}}));
+}
+
+}  // namespace
+}  // namespace kavro::mail::postfix

@@ -74,10 +74,12 @@ TEST(PipeTest, LargeDataPassesThroughThreeCommandsAndAllErrorsAreCollected) {
     EXPECT_EQ(WEXITSTATUS(run.status(2)), 3);
 }
 
-TEST(PipeTest, RunsOnce) {
-    TestPipe run(shell("kill -9 $$"), "");
+TEST(PipeTest, RunsOnceAndWritersEndWithTheirReaders) {
+    TestPipe run(Command("yes"), "");
+    run.pipe.append(Command("head", "-c", "2"));
     run.pipe.run();
-    EXPECT_TRUE(WIFSIGNALED(run.status()) && WTERMSIG(run.status()) == SIGKILL);
+    EXPECT_EQ(run.out, "y\n");
+    EXPECT_TRUE(WIFSIGNALED(run.status()) && WTERMSIG(run.status()) == SIGPIPE);
     EXPECT_EQ(textOf<std::logic_error>([&] { run.pipe.run(); }), "the pipe has been launched already");
     EXPECT_EQ(textOf<std::logic_error>([&] { run.pipe.append(shell("true")); }),
               "adding processes to the launched pipe is prohibited");
@@ -120,14 +122,21 @@ TEST(PipeTest, UnservedChannelsNeitherBlockNorFeed) {
     EXPECT_EQ(empty.out, "end\n");
 }
 
-TEST(PipeTest, GrandchildThatKeepsThePipeOpenIsNotWaitedFor) {
+TEST(PipeTest, AllThatIsLeftAtTheEndIsReadButAGrandchildIsNotWaitedFor) {
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);
     ::fcntl(ends[1], F_SETFD, FD_CLOEXEC);
-    // The grandchild lives until this test closes its end; the command itself ends at once.
-    TestPipe run(shell("head -c 3000 /dev/zero; cat <&" + std::to_string(ends[0]) + " &"), "");
+    // The grandchild holds the output until this test closes its end; the command itself ends at once.
+    Command command = shell("echo $$; head -c 500000 /dev/zero; cat <&" + std::to_string(ends[0]) + " &");
+    command.beforeExec = [] { ::fcntl(STDOUT_FILENO, F_SETPIPE_SZ, 1 << 20); };
+    TestPipe run(command, "");
+    run.pipe.flags().stdoutChannel.function = [&](const std::vector<char>& chunk) {
+        while (run.out.empty() && ::kill(std::atoi(chunk.data()), 0) == 0) {  // until it has ended
+        }
+        collectOutput(run.out, chunk);
+    };
     run.pipe.run();
-    EXPECT_EQ(run.out.size(), 3000U);
+    EXPECT_EQ(run.out.size() - run.out.find('\0'), 500000U);
     ::close(ends[0]);
     ::close(ends[1]);
 }

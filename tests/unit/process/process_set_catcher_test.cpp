@@ -65,6 +65,8 @@ TEST(ProcessSetCatcherTest, KeepsStatusesOfRegisteredChildrenAndIgnoresOthers) {
         bytes += catcher.clear_control();
         EXPECT_EQ(errno, ENOSPC);
     }
+    ::raise(SIGCHLD);
+    EXPECT_EQ(errno, ENOSPC);
     EXPECT_EQ(WEXITSTATUS(catcher.status(exiting).status), 7);
     EXPECT_TRUE(catcher.status(exiting).ended());
     EXPECT_EQ(WTERMSIG(catcher.status(killed).status), SIGKILL);

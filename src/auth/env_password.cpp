@@ -60,10 +60,10 @@ void hashTo(PasswordBuffer& buffer, const char* plain) {
         // Kept: a salt need not be secret, and this is how the panel has always made it.
         salt += kAlphabet[::rand() % 64];
     }
-    // The reentrant form works in memory that we can wipe.
+    // This form works in memory that we can wipe.
     const auto work = std::make_unique<struct crypt_data>();
-    const char* hash = ::crypt_r(plain, salt.c_str(), work.get());
-    if (hash != nullptr && *hash != '*') {
+    const char* hash = ::crypt_rn(plain, salt.c_str(), work.get(), sizeof(*work));
+    if (hash != nullptr) {
         copyTo(buffer, hash);
     }
     ::explicit_bzero(work.get(), sizeof(*work));

@@ -17,6 +17,8 @@ namespace {
 
 enum Direction : int { kDecrypt = 0, kEncrypt = 1 };
 
+constexpr std::array<unsigned char, EVP_MAX_BLOCK_LENGTH> kZeros{};
+
 using Context = decltype(symmetric_cipher::encryption);
 
 int refuse() {
@@ -88,9 +90,17 @@ bool prepare(Context& context, const symmetric_cipher& record, Direction directi
     return true;
 }
 
+/// Overwrites the block that the library padded or unpadded last: it stands in the clear for as long as the context.
+void forgetLastBlock(Context& context, const symmetric_cipher& record, Direction direction) {
+    std::array<unsigned char, 2 * EVP_MAX_BLOCK_LENGTH> sink;
+    int written = 0;
+    if (prepare(context, record, direction)) {
+        EVP_CipherUpdate(context.get(), sink.data(), &written, kZeros.data(), static_cast<int>(blockSize(record)) - 1);
+    }
+}
+
 /// One pass through a prepared context: the input, zero bytes behind it, the final block. Empty on failure.
 SecretBytes transform(EVP_CIPHER_CTX* context, const SecretBytes& input, std::size_t zeroBytes, std::size_t block) {
-    constexpr std::array<unsigned char, EVP_MAX_BLOCK_LENGTH> kZeros{};
     const std::size_t size = contentSize(input);
     SecretBytes output(size + zeroBytes + block + 1);
     int total = 0;
@@ -127,6 +137,7 @@ int run(symmetric_cipher& record, Direction direction, std::size_t zeroBytes) tr
     }
     SecretBytes output =
         transform(context.get(), encrypts ? record.plain : record.encrypted, zeroBytes, blockSize(record));
+    forgetLastBlock(context, record, direction);
     if (output.empty()) {
         return 0;
     }

@@ -8,7 +8,6 @@
 #include <stdlib.h>
 
 #include <cstdarg>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -20,18 +19,19 @@
 #include "util/c_memory.h"
 #include "util/log.h"
 
+inline std::string textOf(const kavro::CString& owned) {
+    return owned == nullptr ? "(null)" : owned.get();
+}
+
 class AuthTest : public ::testing::Test {
 protected:
     AuthTest() {
-        char name[] = "/tmp/auth-test-XXXXXX";
-        directory = ::mkdtemp(name);
         useFiles(directory + "/passwd.db", directory + "/passwd_db_key");
         logged().clear();
-        former_ = kavro_log;
         kavro_log = keepLine;
     }
     ~AuthTest() override {
-        kavro_log = former_;
+        kavro_log = _kavro_utility_log;
         std::filesystem::remove_all(directory);
     }
 
@@ -39,17 +39,21 @@ protected:
         mailAuthDBSetPath(database.c_str());
         mailAuthKeySetPath(key.c_str());
     }
-
     static void writeKey(std::size_t size, unsigned char first = 0) {
-        std::ofstream file(mailAuthKey, std::ios::binary | std::ios::trunc);
+        std::ofstream file(mailAuthKey, std::ios::binary);
         for (std::size_t i = 0; i < size; ++i) {
             file.put(static_cast<char>(first + i));
         }
     }
-
     static std::vector<std::string>& logged() {
         static std::vector<std::string> lines;
         return lines;
+    }
+    static void keepLine(int priority, const char* format, ...) {
+        va_list args;
+        va_start(args, format);
+        logged().push_back(std::to_string(priority) + ": " + textOf(kavro::CString(vasprintf_safe(format, args))));
+        va_end(args);
     }
 
     /// All rows, columns joined by "|", rows by a blank; the error's text when it fails.
@@ -71,19 +75,8 @@ protected:
         return rows;
     }
 
-    std::string directory;
-
-private:
-    static void keepLine(int priority, const char* format, ...) {
-        char text[2048];
-        va_list args;
-        va_start(args, format);
-        std::vsnprintf(text, sizeof(text), format, args);
-        va_end(args);
-        logged().push_back(std::to_string(priority) + ": " + text);
-    }
-
-    void (*former_)(int, const char*, ...) = nullptr;
+    char name_[23] = "/tmp/auth-test-XXXXXX";
+    const std::string directory = ::mkdtemp(name_);
 };
 
 /// With an empty database and a key.
@@ -92,15 +85,5 @@ protected:
     AuthDatabaseTest() {
         EXPECT_EQ(mailAuthDBInit(), 0);
         writeKey(40);
-    }
-
-    static std::string users() {
-        return sql(
-            "SELECT u.name || '@' || d.name, userPassword, cmusaslsecretPLAIN, u.status, d.status "
-            "FROM users u, domains d WHERE u.dom_id = d.id ORDER BY d.name, u.name");
-    }
-    static std::string decrypted(const std::string& stored) {
-        const kavro::CString plain(mailPasswdCipherOp(stored.c_str(), MAIL_CIPHER_DECRYPT, "test", nullptr));
-        return plain == nullptr ? "(null)" : plain.get();
     }
 };

@@ -7,74 +7,60 @@
 #include "auth/cipher_registry.h"
 #include "auth_fixture.h"
 
+using kavro::CString;
 using ::testing::ElementsAre;
 using ::testing::MatchesRegex;
 
 namespace {
 
-using kavro::CString;
-
 constexpr char kScheme[] = "AES-256-CBC:PKCS";
-constexpr char kIv[] = "8OHSw7Sllod4aVpLPC0eDw==";
 constexpr char kPassword[] = "correct horse battery";
-/// openssl enc -aes-256-cbc -K <bytes 0 to 31> -iv <kIv> -a
+/// openssl enc -aes-256-cbc -K <bytes 0 to 31> -iv f0e1d2c3b4a5968778695a4b3c2d1e0f -a
 constexpr char kStored[] = "$AES-256-CBC:PKCS$8OHSw7Sllod4aVpLPC0eDw==$CR9xmKDIczNW7W1CUq1+qmAfzQjYTYmIh20wLd3ubMs=";
 /// The same with -nopad, of "short" and eleven zero bytes.
 constexpr char kZeroPadded[] = "$AES-256-CBC:ZERO$8OHSw7Sllod4aVpLPC0eDw==$7Nrd9vBobo3jmejh9SfUgw==";
 
-std::string text(const CString& owned) {
-    return owned == nullptr ? "(null)" : owned.get();
-}
-
 class CipherTest : public AuthTest {
 protected:
+    CipherTest() { writeKey(40); }
     ~CipherTest() override {
         while (cphr_cleanup_cipher_ctx_node(kScheme) == 1) {
         }
     }
-    static std::string encrypt(const char* plain) { return text(CString(mail_aes_encrypt(plain))); }
-    static std::string decrypt(const std::string& stored) { return text(CString(mail_aes_decrypt(stored.c_str()))); }
+    static std::string encrypt(const std::string& plain) { return textOf(CString(mail_aes_encrypt(plain.c_str()))); }
+    static std::string crypt(const char* plain, const char* spec) {
+        return textOf(CString(kavro_cipher_crypt(plain, spec)));
+    }
+    static std::string decrypt(const std::string& stored) { return textOf(CString(mail_aes_decrypt(stored.c_str()))); }
 };
 
 TEST_F(CipherTest, ReadsAndWritesWhatOpensslDoesWithTheFirst32BytesOfTheKeyFile) {
-    writeKey(40);
     ASSERT_EQ(mail_aes_init(mailAuthKey), 1);
     EXPECT_EQ(decrypt(kStored), kPassword);
-    // An IV of the caller's, alone or with the rest of a stored value behind it; the next value has its own again.
-    const std::string withIv = "$" + std::string(kScheme) + "$" + kIv;
-    EXPECT_EQ(text(CString(kavro_cipher_crypt(kPassword, withIv.c_str()))), kStored);
-    EXPECT_EQ(text(CString(kavro_cipher_crypt(kPassword, kStored))), kStored);
-    EXPECT_NE(encrypt(kPassword), kStored);
-    EXPECT_EQ(text(CString(kavro_cipher_crypt(kPassword, "$AES-256-CBC:PKCS$8OHS"))), "(null)");
-}
-
-TEST_F(CipherTest, EveryValueHasAnIvOfItsOwnAndIsReadBack) {
-    writeKey(32);
-    ASSERT_EQ(mail_aes_init(mailAuthKey), 1);
+    // An IV of the caller's, alone or with the rest of a stored value behind it.
+    EXPECT_EQ(crypt(kPassword, "$AES-256-CBC:PKCS$8OHSw7Sllod4aVpLPC0eDw=="), kStored);
+    EXPECT_EQ(crypt(kPassword, kStored), kStored);
+    EXPECT_EQ(crypt(kPassword, "$AES-256-CBC:PKCS$8OHS"), "(null)");
+    EXPECT_EQ(crypt(kPassword, kScheme), "(null)");
     for (const std::size_t length : {1U, 15U, 16U, 17U, 1000U}) {
         const std::string plain(length, 'p');
-        const std::string first = encrypt(plain.c_str());
-        const std::string second = encrypt(plain.c_str());
-        const std::size_t ivEnd = std::strlen("$AES-256-CBC:PKCS$") + 24;
+        const std::string first = encrypt(plain);
         EXPECT_THAT(first, MatchesRegex("\\$AES-256-CBC:PKCS\\$[A-Za-z0-9+/]{22}==\\$[A-Za-z0-9+/]+=*"));
-        EXPECT_NE(first.substr(0, ivEnd), second.substr(0, ivEnd));
+        EXPECT_NE(first.substr(0, 40), encrypt(plain).substr(0, 40));
         EXPECT_EQ(decrypt(first), plain);
-        EXPECT_EQ(decrypt(second), plain);
     }
     const std::string empty = encrypt("");
-    EXPECT_EQ(empty.size(), std::strlen("$AES-256-CBC:PKCS$") + 24 + 1 + 24);
+    EXPECT_EQ(empty.size() - empty.rfind('$'), 25U);
     EXPECT_EQ(decrypt(empty), "(null)");
 }
 
-TEST_F(CipherTest, RefusesForeignDamagedAndForeignKeyValues) {
-    writeKey(32);
+TEST_F(CipherTest, RefusesForeignAndDamagedValuesAndAnotherKey) {
     ASSERT_EQ(mail_aes_init(mailAuthKey), 1);
     for (const char* foreign : {"plain", "", "$AES-256-CBC:PKCS", "$1$salt$hash", "AES-256-CBC:PKCS$a$b"}) {
         errno = 0;
         EXPECT_EQ(decrypt(foreign), "(null)") << foreign;
         EXPECT_EQ(errno, EINVAL) << foreign;
     }
-    EXPECT_EQ(mail_aes_decrypt(nullptr), nullptr);
     for (const char* damaged :
          {"$AES-256-CBC:PKCS$", "$AES-256-CBC:PKCS$$", "$AES-256-CBC:PKCS$8OHS$CR9xmKDIczNW7W1CUq1+qg==",
           "$AES-256-CBC:PKCS$8OHSw7Sllod4aVpLPC0eDw==$CR9xmKDIczNW7W1CUq1+qmAf",
@@ -89,67 +75,54 @@ TEST_F(CipherTest, RefusesForeignDamagedAndForeignKeyValues) {
 }
 
 TEST_F(CipherTest, StaysLoadedUntilTheLastReferenceGoes) {
-    writeKey(32);
     ASSERT_EQ(mailPasswdCipherInit(), 0);
     writeKey(32, 1);
     ASSERT_EQ(mail_aes_init("/nowhere"), 1);  // counts only
-    mail_aes_cleanup();
+    EXPECT_EQ(cphr_cleanup_cipher_ctx_node(kScheme), 1);
     EXPECT_EQ(decrypt(kStored), kPassword);
-    mailPasswdCipherCleanup();
+    EXPECT_EQ(cphr_cleanup_cipher_ctx_node(kScheme), 0);
     EXPECT_EQ(cphr_find_cipher_ctx_node(kScheme), nullptr);
-    EXPECT_EQ(decrypt(kStored), "(null)");
     EXPECT_EQ(cphr_cleanup_cipher_ctx_node(kScheme), -1);
     EXPECT_TRUE(logged().empty());
-    mail_aes_cleanup();
-    EXPECT_THAT(logged(), ElementsAre("6: Failed to correctly destroy encryption cipher 'AES-256-CBC:PKCS'. A "
-                                      "programming error?"));
-    ASSERT_EQ(mail_aes_init(mailAuthKey), 1);
-    ASSERT_EQ(mail_aes_init(mailAuthKey), 1);
-    EXPECT_EQ(cphr_cleanup_cipher_ctx_node(kScheme), 1);
-    EXPECT_EQ(cphr_cleanup_cipher_ctx_node(kScheme), 0);
+    mailPasswdCipherCleanup();
+    EXPECT_EQ(logged().back(),
+              "6: Failed to correctly destroy encryption cipher '" + std::string(kScheme) + "'. A programming error?");
 }
 
 TEST_F(CipherTest, SaysWhyAContextCannotBeHad) {
     const std::string key = mailAuthKey;
-    const std::string end = "' with key '" + key + "'";
-    EXPECT_EQ(mailPasswdCipherInit(), -1);
-    EXPECT_THAT(logged(), ElementsAre("3: Can't read encryption key from '" + key + "': No such file or directory (2)",
-                                      "3: Failed to initialize encryption cipher 'AES-256-CBC:PKCS" + end,
-                                      "3: Failed to initialize password cipher context"));
-    logged().clear();
+    const std::string init = "3: Failed to initialize encryption cipher '";
+    const std::string with = "' with key '" + key + "'";
     writeKey(31);
-    EXPECT_EQ(mail_aes_init(mailAuthKey), 0);
+    EXPECT_EQ(mailPasswdCipherInit(), -1);
     EXPECT_EQ(kavro_cipher_init("ROT-13:PKCS", mailAuthKey), 0);
     EXPECT_EQ(kavro_cipher_init("AES-256-CBC:PKCS9012345678901234", mailAuthKey), 0);
-    EXPECT_THAT(logged(),
-                ElementsAre("3: Failed to read entire encryption key from '" + key + "': Success (0)",
-                            "3: Failed to initialize encryption cipher 'AES-256-CBC:PKCS" + end,
-                            "3: Unknown encryption cipher: 'ROT-13'",
-                            "3: Failed to initialize encryption cipher 'ROT-13:PKCS" + end,
-                            "3: Unknown encryption cipher: 'AES-256-CBC'",
-                            "3: Failed to initialize encryption cipher 'AES-256-CBC:PKCS9012345678901234" + end));
-    EXPECT_TRUE(gen_ciphers_list.empty());
-    logged().clear();
     EXPECT_EQ(mailPasswdCipherOp("p", MAIL_CIPHER_ENCRYPT, "joe", "d.test"), nullptr);
     EXPECT_EQ(logged().back(), "3: Failed to initialize password cipher context (for mail address 'joe@d.test')");
+    logged().resize(7);
+    EXPECT_THAT(logged(), ElementsAre("3: Failed to read entire encryption key from '" + key + "': Success (0)",
+                                      init + kScheme + with, "3: Failed to initialize password cipher context",
+                                      "3: Unknown encryption cipher: 'ROT-13'", init + "ROT-13:PKCS" + with,
+                                      "3: Unknown encryption cipher: 'AES-256-CBC'",
+                                      init + "AES-256-CBC:PKCS9012345678901234" + with));
     writeKey(32);
     EXPECT_EQ(mailPasswdCipherOp("p", MAIL_CIPHER_DECRYPT, "joe@d.test", nullptr), nullptr);
     EXPECT_EQ(logged().back(), "3: Failed to decrypt password for mail address 'joe@d.test'");
+    std::filesystem::remove(key);
+    EXPECT_EQ(mail_aes_init(mailAuthKey), 0);
+    EXPECT_EQ(logged()[8], "3: Can't read encryption key from '" + key + "': No such file or directory (2)");
     EXPECT_TRUE(gen_ciphers_list.empty());
 }
 
 TEST_F(CipherTest, OtherSchemesPadWithZeroBytes) {
-    writeKey(32);
     ASSERT_EQ(kavro_cipher_init("AES-256-CBC:ZERO", mailAuthKey), 1);
-    EXPECT_EQ(text(CString(kavro_cipher_crypt("short", kZeroPadded))), kZeroPadded);
-    EXPECT_EQ(text(CString(kavro_cipher_decrypt(kZeroPadded))), "short");
-    const auto blocks = [](const char* plain) {
-        const std::string stored = text(CString(kavro_cipher_encrypt("AES-256-CBC:ZERO", plain)));
-        return (stored.size() - stored.rfind('$') - 1) / 4 * 3 / 16;
-    };
-    EXPECT_EQ(blocks(""), 1U);
-    EXPECT_EQ(blocks("sixteen bytes..."), 1U);
-    EXPECT_EQ(blocks("seventeen bytes.."), 2U);
+    EXPECT_EQ(crypt("short", kZeroPadded), kZeroPadded);
+    EXPECT_EQ(textOf(CString(kavro_cipher_decrypt(kZeroPadded))), "short");
+    for (const auto& [plain, characters] :
+         {std::pair{"", 24U}, {"sixteen bytes...", 24U}, {"seventeen bytes..", 44U}}) {
+        const std::string stored = crypt(plain, "$AES-256-CBC:ZERO");
+        EXPECT_EQ(stored.size() - stored.rfind('$') - 1, characters) << plain;
+    }
     EXPECT_EQ(cphr_cleanup_cipher_ctx_node("AES-256-CBC:ZERO"), 0);
 }
 
@@ -157,26 +130,20 @@ TEST_F(CipherTest, ARecordTakesNoKeyIvOrTextOutsideItsLimits) {
     symmetric_cipher record;
     symmetric_cipher_init(&record);
     const std::array<unsigned char, 65> bytes{1, 2, 3};
-    EXPECT_EQ(symmetric_cipher_set_key(&record, bytes.data(), 31), 0);
-    EXPECT_EQ(symmetric_cipher_set_key(&record, bytes.data(), 65), 0);
-    EXPECT_EQ(symmetric_cipher_set_key(&record, nullptr, 32), 0);
-    EXPECT_EQ(symmetric_cipher_set_iv(&record, bytes.data(), 15), 0);
-    EXPECT_EQ(symmetric_cipher_set_iv(&record, bytes.data(), 17), 0);
-    errno = 0;
+    for (const std::size_t size : {31U, 65U}) {
+        EXPECT_EQ(symmetric_cipher_set_key(&record, bytes.data(), size), 0);
+        EXPECT_EQ(symmetric_cipher_set_iv(&record, bytes.data(), size / 2), size == 32 ? 1 : 0);
+    }
     EXPECT_EQ(symmetric_cipher_set_encrypted(&record, bytes.data(), 2147483647), 0);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_THAT(logged(), ElementsAre("4: Attempt to feed into symmetric cipher more encrypted data (2147483647 bytes) "
-                                      "than it's designed to handle."));
-
+    EXPECT_EQ(logged().back(),
+              "4: Attempt to feed into symmetric cipher more encrypted data (2147483647 bytes) than "
+              "it's designed to handle.");
     // A new key counts at once, also for a context that is already set up.
-    record.flags = 0;
-    std::size_t size = 0;
     EXPECT_EQ(symmetric_cipher_set_plain(&record, "p"), 1);
     EXPECT_EQ(encrypt_symmetric(&record), 1);
+    EXPECT_EQ(decrypt_symmetric(&record), 1);
     EXPECT_EQ(symmetric_cipher_set_key(&record, bytes.data(), 32), 1);
     EXPECT_EQ(decrypt_symmetric(&record), 0);
-    EXPECT_EQ(symmetric_cipher_get_encrypted(&record, &size)[size], 0);
-    EXPECT_EQ(size, 16U);
     EXPECT_EQ(symmetric_cipher_cleanup(&record), 1);
     EXPECT_EQ(symmetric_cipher_get_plain(&record), nullptr);
     EXPECT_EQ(record.key[0], 0);
@@ -189,14 +156,11 @@ TEST(Base64, RoundTripsAndDecodesLeniently) {
         EXPECT_EQ(std::strlen(encoded.get()), (length + 2) / 3 * 4);
         std::size_t size = 99;
         const kavro::CPtr<unsigned char> bytes(b64_decode(encoded.get(), &size));
-        ASSERT_EQ(size, length);
-        EXPECT_EQ(std::memcmp(bytes.get(), source.data(), length), 0);
-        EXPECT_EQ(bytes.get()[size], 0);
+        EXPECT_EQ(source.substr(0, length), std::string(reinterpret_cast<char*>(bytes.get()), size));
+        EXPECT_EQ(bytes.get()[length], 0);
     }
-    EXPECT_EQ(text(CString(b64_encode_cstr("fooba"))), "Zm9vYmE=");
-    EXPECT_EQ(text(CString(b64_encode("\xFB\xFF", 2))), "+/8=");
-    EXPECT_EQ(text(CString(b64_decode_cstr("Zm9vYg=="))), "foob");
-    EXPECT_EQ(text(CString(b64_decode_cstr("Zm9vYmE"))), "fooba");  // the padding is missing
+    EXPECT_EQ(textOf(CString(b64_encode("\xFB\xFF", 2))), "+/8=");
+    EXPECT_EQ(textOf(CString(b64_decode_cstr("Zm9vYmE"))), "fooba");  // the padding is missing
     // Exact blocks, so that a read or write beyond them shows under the sanitizer.
     for (const auto& [characters, expected] :
          {std::pair{"", 0U}, {"Z", 0U}, {"Zg", 1U}, {"Zm9", 2U}, {"====", 1U}, {"Zm9v Zg=", 5U}, {"\xFF\x01 \n", 3U}}) {

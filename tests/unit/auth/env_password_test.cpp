@@ -2,7 +2,6 @@
 #include "auth/env_password.h"
 
 #include <crypt.h>
-#include <fcntl.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,9 +23,7 @@ TEST(EnvPassword, ThePlainOneWinsAndOnlyTheOneTakenGoes) {
     int crypted = 9;
     setBoth("", "");
     EXPECT_EQ(get_env_password(&password, &crypted), -1);
-    EXPECT_STREQ(password, "untouched");
-    EXPECT_EQ(crypted, 9);
-
+    EXPECT_EQ(password + std::to_string(crypted), "untouched9");
     setBoth("plain", "hash");
     ASSERT_EQ(get_env_password(&password, &crypted), 0);
     const kavro::CString first(const_cast<char*>(password));
@@ -62,22 +59,18 @@ void inOwnProcess(Check check) {
 }
 
 TEST(EnvPassword, BuffersAreFilledOnceAndHoldAHashOfThePlainOne) {
+    static struct crypt_data work;
     inOwnProcess([] {
         setBoth("plain", "hash");
         const std::string made = get_env_crypted_password();
         const bool removed = ::getenv("ZCP_PASSWORD") == nullptr && ::getenv("ZCP_CRYPTED_PASSWORD") == nullptr;
         setBoth("other", "hash");
-        return removed && made.size() == 34 && made.starts_with("$1$") && made == ::crypt("plain", made.c_str()) &&
-               made == get_env_crypted_password();
+        return removed && made.size() == 34 && made.starts_with("$1$") &&
+               made == ::crypt_rn("plain", made.c_str(), &work, sizeof(work)) && made == get_env_crypted_password();
     });
     inOwnProcess([] {
         setBoth("", std::string(5000, 'h').c_str());
         return get_env_crypted_password() == std::string(4096, 'h') && ::getenv("ZCP_CRYPTED_PASSWORD") == nullptr;
-    });
-    inOwnProcess([] {
-        setBoth("", "");
-        const std::string made = get_env_crypted_password();
-        return made.size() == 34 && made == ::crypt("", made.c_str());
     });
     inOwnProcess([] {
         setBoth("", "hash");
@@ -89,38 +82,27 @@ TEST(EnvPassword, BuffersAreFilledOnceAndHoldAHashOfThePlainOne) {
 }
 
 // The secret stands in this program only disguised, or the search would find itself.
-constexpr char kDisguised[] = "uif.tfdsfu.uibu.nvtu.wbojti";
+constexpr char kDisguised[] = "uif.tfdsfu!";
 constexpr std::size_t kLength = sizeof(kDisguised) - 1;
 
-/// How often the undisguised text stands in the memory of this process, its environment included.
+/// How often the undisguised text stands in the writable memory of this process, the environment's included.
 int occurrences() {
     int found = 0;
     std::ifstream maps("/proc/self/maps");
-    const int memory = ::open("/proc/self/mem", O_RDONLY);
-    static char chunk[65536];
     for (std::string line; std::getline(maps, line);) {
-        std::uintptr_t begin = 0;
+        std::uintptr_t at = 0;
         std::uintptr_t end = 0;
         char writable = '-';
-        if (std::sscanf(line.c_str(), "%lx-%lx r%c", &begin, &end, &writable) != 3 || writable != 'w') {
-            continue;
-        }
-        for (std::uintptr_t at = begin; at < end; at += sizeof(chunk) - kLength) {
-            if (at + kLength >= reinterpret_cast<std::uintptr_t>(chunk) &&
-                at < reinterpret_cast<std::uintptr_t>(chunk) + sizeof(chunk)) {
-                continue;
-            }
-            const ssize_t got = ::pread(memory, chunk, std::min(sizeof(chunk), end - at), static_cast<off_t>(at));
-            for (ssize_t i = 0; i + static_cast<ssize_t>(kLength) <= got; ++i) {
+        if (std::sscanf(line.c_str(), "%lx-%lx r%c", &at, &end, &writable) == 3 && writable == 'w') {
+            for (; at + kLength <= end; ++at) {
                 std::size_t same = 0;
-                while (same < kLength && chunk[i + static_cast<ssize_t>(same)] == kDisguised[same] - 1) {
+                while (same < kLength && reinterpret_cast<const char*>(at)[same] == kDisguised[same] - 1) {
                     ++same;
                 }
                 found += same == kLength ? 1 : 0;
             }
         }
     }
-    ::close(memory);
     return found;
 }
 
@@ -135,13 +117,10 @@ TEST_F(EnvPasswordTrace, DISABLED_Inside) {
         EXPECT_EQ(mailAuthSet("joe", "d.test", accessor.password(), accessor.flags()), 0);
         EXPECT_EQ(mailAuthSet("ann", "d.test", accessor.password(), MAIL_AUTH_UNENCRYPTED), 0);
         EXPECT_EQ(mailAuthClone("ann", "d.test", "bob", "d.test"), 0);
-        EXPECT_EQ(mailAuthCheck(
-                      "joe@d.test",
-                      [](const char*, const char* password, unsigned char, void* expected) {
-                          return std::string_view(password) == static_cast<const char*>(expected) ? 1 : -1;
-                      },
-                      const_cast<char*>(accessor.password())),
-                  1);
+        const auto matches = [](const char*, const char* password, unsigned char, void* expected) {
+            return std::string_view(password) == static_cast<const char*>(expected) ? 1 : -1;
+        };
+        EXPECT_EQ(mailAuthCheck("joe@d.test", matches, const_cast<char*>(accessor.password())), 1);
         EXPECT_EQ(occurrences(), 1);  // the accessor's own
     }
     mailPasswdCipherCleanup();
@@ -149,6 +128,9 @@ TEST_F(EnvPasswordTrace, DISABLED_Inside) {
 }
 
 TEST_F(EnvPasswordTrace, NothingOfItStaysInTheProcess) {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "the sanitizer keeps a copy of the environment for itself";
+#endif
     std::string secret(kDisguised);
     for (char& character : secret) {
         --character;

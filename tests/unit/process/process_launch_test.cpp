@@ -80,7 +80,7 @@ TEST(ProcessLaunchTest, ReportTextsAreReadAsTheyCame) {
     std::clog.rdbuf(former);
     EXPECT_EQ(log.str(), "child output: hello\nchild output: more\n");
     EXPECT_EQ(
-        test::textOf<SystemError>([] { throwReportedFailure(std::string("ET: SystemError\0EM: tag\0EC: 1x", 31)); }),
+        test::textOf<SystemError>([] { throwReportedFailure(std::string("ET: SystemError\0EM: tag\0EC: 1x", 30)); }),
         "tag: Invalid argument");
     EXPECT_THROW(throwReportedFailure("ET: something else"), std::bad_exception);
 }

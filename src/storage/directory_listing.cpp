@@ -14,7 +14,7 @@ namespace kavro::mail {
 namespace {
 
 /// About a thousand messages' names; below malloc's mmap threshold, so that the next listing finds it warm.
-constexpr std::size_t BUFFER_SIZE = 64 * 1024;
+constexpr std::size_t BUFFER_SIZE = 65536;
 
 }  // namespace
 

@@ -113,12 +113,12 @@ TEST_F(MaildirManagerTest, MovesBackupsAsideUnderTheirInodeNumber) {
 TEST_F(MaildirManagerTest, RemovesADomainAlsoWhereItCannotBeMovedAside) {
     const fs::path inTheWay = savedName(root / "example.com");
     fs::create_directories(inTheWay / "kept");
-    fs::create_directories(root / "example.org");
+    fs::create_directories(root / "example.org/kept");
     fs::create_directory_symlink(root / "example.org", maildir / "link");
     manager.removeDomainRoot("example.com");
     EXPECT_FALSE(fs::exists(root / "example.com"));
     EXPECT_TRUE(fs::exists(inTheWay / "kept"));
-    EXPECT_TRUE(fs::exists(root / "example.org"));
+    EXPECT_TRUE(fs::exists(root / "example.org/kept"));
 
     manager.removeDomainRoot("example.org");
     manager.removeDomainRoot("example.org");

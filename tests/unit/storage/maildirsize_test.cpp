@@ -1,6 +1,4 @@
 // Quota files: what is written, what is believed, what is counted.
-#include <fcntl.h>
-
 #include <climits>
 #include <ctime>
 
@@ -19,10 +17,6 @@ using ::testing::HasSubstr;
 class MaildirsizeTest : public StorageTest {
 protected:
     std::string quotaFile() const { return readFile(maildir / "maildirsize"); }
-    void setMtime(const fs::path& path, long seconds) {
-        const timespec times[2] = {{seconds, 0}, {seconds, 0}};
-        ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
-    }
     long mtime(const fs::path& path) {
         struct stat status {};
         EXPECT_EQ(::stat(path.c_str(), &status), 0);
@@ -104,24 +98,17 @@ TEST_F(MaildirsizeTest, WritesThroughNoPlantedTemporaryName) {
 
 TEST_F(MaildirsizeTest, MarksTheFileStaleWhenMailMovedMeanwhile) {
     const long now = std::time(nullptr);
-    for (const char* counted : {"new", "cur", ".Spam/new", ".Spam/cur"}) {
-        setMtime(maildir / counted, 50000);
-    }
-    setMtime(maildir / ".Spam/cur", 60000);
+    const std::string inMaildir = "cd " + maildir.string() + "; ";
+    run(inMaildir + "touch -d @50000 new cur .Spam/new; touch -d @60000 .Spam/cur");
     fs::create_directories(maildir / ".Trash/new");
     ASSERT_EQ(store_maildirpp_quota_raw(maildir.c_str(), 10), 1);
     EXPECT_GE(mtime(maildir / "maildirsize"), now);
 
     // A linked folder is watched but not counted: to the check it looks like one that changed after the count.
-    for (const char* name : {"linked/new", "linked/cur"}) {
-        fs::create_directories(maildir / name);
-        setMtime(maildir / name, 60000);
-    }
-    fs::create_directory_symlink("linked", maildir / ".Linked");
+    run(inMaildir + "mkdir -p linked/new linked/cur; touch -d @60000 linked/*; ln -s linked .Linked");
     ASSERT_EQ(store_maildirpp_quota_raw(maildir.c_str(), 10), 1);
     EXPECT_GE(mtime(maildir / "maildirsize"), now);
-    setMtime(maildir / "linked/cur", 60001);
-    writeFile(maildir / ".subscriptions", "");
+    run(inMaildir + "touch -d @60001 linked/cur; touch .subscriptions");
     EXPECT_EQ(reportOf([&] { EXPECT_EQ(store_maildirpp_quota_raw(maildir.c_str(), 10), 1); }),
               "Bad/unrecognized entry .subscriptions within Maildir folder " + maildir.string() + "\n");
     EXPECT_EQ(mtime(maildir / "maildirsize"), 60000 - 960);
@@ -134,13 +121,11 @@ TEST_F(MaildirsizeTest, CountsNamesSizesAndSubfoldersButNeitherTrashNorTmp) {
         {0, {"tmp/1", ".Trash/cur/2,S=10", ".Spam/tmp/3", "..x/cur/4", "plain/cur/5", ".link/cur/6"}},
         {3, {"cur/a,S=abc", "cur/b,S=:2,", "cur/c,S=77,W=80:2,S", "cur/d,S=9223372036854775808"}},
         {3, {".a.b/new/1", ".Trash.old/cur/2"}},
-        {100, {"new/e,S=100", "cur/f,S=100:2,S", "cur/g,S=x,S=100:2,", ".Spam/cur/h,S=100"}},
+        {100, {"new/e,S=100", "cur/f,S=100:2,S", "cur/g,S=:x,S=100:2,", ".Spam/cur/h,S=100"}},
     };
     std::uint64_t size = 0;
     std::uint64_t count = 0;
-    fs::create_directories(maildir / "linked");
-    fs::create_directory_symlink("linked", maildir / ".link");
-    fs::create_symlink("/etc/passwd", maildir / "cur/link");
+    run("cd " + maildir.string() + "; mkdir linked; ln -s linked .link; ln -s /etc/passwd cur/link");
     std::uint64_t expectedSize = std::string("/etc/passwd").size();
     std::uint64_t expectedCount = 1;
     for (const auto& [counted, paths] : cases) {
@@ -175,7 +160,8 @@ TEST_F(MaildirsizeTest, BelievesWellFormedFilesOnly) {
         {"100S,5C\n1 -1\n", "0: 100 5: 44 1"},
         {"100S,5C\n9223372036854775807 1\n1 1\n", "0: 100 5: 44 1"},
         {"100x5C\n", unknown + " corrupted"},
-        {"100S,5\n", unknown + " corrupted"},
+        {"100S,5x\n", unknown + " corrupted"},
+        {"100S,5Cx\n", unknown + " corrupted"},
         {"S,5C\n", unknown + " corrupted"},
         {"100S,5C", unknown + " corrupted"},
         {"-1S,5C\n1 2\n", "0: -1 5: 44 1 corrupted"},
@@ -243,14 +229,13 @@ TEST_F(MaildirsizeTest, StoresTheDefaultWhereThereIsNoQuotaOfItsOwn) {
     auto& quotas = kavro::mail::MaildirPPManager::getInstance();
     EXPECT_EQ(rm_mbox_quota("example.com", "info"), 0);
     EXPECT_EQ(store_domain_quota("example.com", 1), 0);
-    mail_db_mail_t mails[4] = {};
-    const char* names[] = {"info", "own", "zero", "sales"};
-    const long own[] = {-1, 500, 0, -1};
-    for (std::size_t i = 0; i < std::size(mails); ++i) {
-        mails[i].name = names[i];
-        mails[i].quota = own[i];
-        manager.createMailnameHome("example.com", names[i]);
-        fs::remove(root / "example.com" / names[i] / "@attachments");
+    mail_db_mail_t mails[] = {{"B", -1, "info", 0, 0, nullptr},
+                              {"B", 500, "own", 0, 0, nullptr},
+                              {"B", 0, "zero", 0, 0, nullptr},
+                              {"B", -1, "sales", 0, 0, nullptr}};
+    for (const auto& mail : mails) {
+        manager.createMailnameHome("example.com", mail.name);
+        fs::remove(root / "example.com" / mail.name / "@attachments");
     }
     mail_db_data_t data = {};
     data.mails = mails;
@@ -260,8 +245,8 @@ TEST_F(MaildirsizeTest, StoresTheDefaultWhereThereIsNoQuotaOfItsOwn) {
     session_mail_db_info = &data;
     const auto limits = [&] {
         std::string all;
-        for (const char* name : names) {
-            const std::string text = readFile(root / "example.com" / name / "Maildir/maildirsize");
+        for (const auto& mail : mails) {
+            const std::string text = readFile(root / "example.com" / mail.name / "Maildir/maildirsize");
             all += text.substr(0, text.find(',')) + " ";
         }
         return all;

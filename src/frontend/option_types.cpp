@@ -3,12 +3,12 @@
 
 #include <algorithm>
 #include <boost/algorithm/string/case_conv.hpp>
-#include <boost/algorithm/string/classification.hpp>
 #include <boost/algorithm/string/split.hpp>
 #include <boost/program_options/errors.hpp>
 #include <boost/program_options/value_semantic.hpp>
 #include <istream>
 #include <stdexcept>
+#include <string_view>
 
 #include "util/idn.h"
 #include "util/names.h"
@@ -24,10 +24,10 @@ std::string readWord(std::istream& stream) {
     return word;
 }
 
-Words split(const std::string& text, const char* separators) {
+Words split(const std::string& text, std::string_view separators) {
     Words pieces;
-    boost::algorithm::split(pieces, text, boost::algorithm::is_any_of(separators),
-                            boost::algorithm::token_compress_off);
+    boost::algorithm::split(pieces, text,
+                            [separators](char character) { return separators.find(character) != separators.npos; });
     return pieces;
 }
 

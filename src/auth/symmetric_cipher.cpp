@@ -92,7 +92,7 @@ bool prepare(Context& context, const symmetric_cipher& record, Direction directi
 
 /// Overwrites the block that the library padded or unpadded last: it stands in the clear for as long as the context.
 void forgetLastBlock(Context& context, const symmetric_cipher& record, Direction direction) {
-    std::array<unsigned char, 2 * EVP_MAX_BLOCK_LENGTH> sink;
+    std::array<unsigned char, EVP_MAX_BLOCK_LENGTH> sink;
     int written = 0;
     if (prepare(context, record, direction)) {
         EVP_CipherUpdate(context.get(), sink.data(), &written, kZeros.data(), static_cast<int>(blockSize(record)) - 1);

@@ -141,8 +141,8 @@ TEST_F(AuthWritesTest, ProcessesThatMeetOverOneNewDomainAllSucceed) {
     for (int i = 0; i < kProcesses; ++i) {
         if (::fork() == 0) {
             int result = 0;
-            for (int domain = 0; domain < 9; ++domain) {
-                result |= mailAuthSet(std::to_string(i).c_str(), std::to_string(domain).c_str(), "p", 0);
+            for (int domain = 0; domain < 40; ++domain) {
+                result |= mailAuthSetRaw(std::to_string(i).c_str(), std::to_string(domain).c_str(), "v", 1);
             }
             ::_exit(result == 0 ? 0 : 1);
         }
@@ -152,7 +152,7 @@ TEST_F(AuthWritesTest, ProcessesThatMeetOverOneNewDomainAllSucceed) {
         ASSERT_GT(::wait(&status), 0);
         EXPECT_EQ(status, 0);
     }
-    EXPECT_EQ(sql("SELECT count(*) FROM domains UNION SELECT count(*) FROM users"), "9 108");
+    EXPECT_EQ(sql("SELECT count(*) FROM domains UNION SELECT count(*) FROM users"), "40 480");
     EXPECT_EQ(sql("PRAGMA integrity_check"), "ok");
 }
 

@@ -219,6 +219,9 @@ TEST_F(ManagersTest, TheHostsOwnRecordsGiveWayAndComeBack) {
     fill(kVirtualTable, {{"i@" + host, "i@e"}});
     EXPECT_THROW(DomainManager::renameDomain(host, "new.test"), boost::filesystem::filesystem_error);
     EXPECT_EQ(dump(kVirtualTable), (Table{{"i@" + host, "i@e"}}));
+    fs::create_directory(kMailRoot / host);
+    DomainManager::renameDomain(host, "new.test");
+    EXPECT_EQ(dump(kVirtualTable), joined({ofHost, {{"i@new.test", "i@e"}}}));
 }
 
 }  // namespace

@@ -94,23 +94,20 @@ TEST_F(CipherTest, SaysWhyAContextCannotBeHad) {
     const std::string init = "3: Failed to initialize encryption cipher '";
     const std::string with = "' with key '" + key + "'";
     writeKey(31);
-    EXPECT_EQ(mailPasswdCipherInit(), -1);
-    EXPECT_EQ(kavro_cipher_init("ROT-13:PKCS", mailAuthKey), 0);
-    EXPECT_EQ(kavro_cipher_init("AES-256-CBC:PKCS9012345678901234", mailAuthKey), 0);
     EXPECT_EQ(mailPasswdCipherOp("p", MAIL_CIPHER_ENCRYPT, "joe", "d.test"), nullptr);
-    EXPECT_EQ(logged().back(), "3: Failed to initialize password cipher context (for mail address 'joe@d.test')");
-    logged().resize(7);
-    EXPECT_THAT(logged(), ElementsAre("3: Failed to read entire encryption key from '" + key + "': Success (0)",
-                                      init + kScheme + with, "3: Failed to initialize password cipher context",
-                                      "3: Unknown encryption cipher: 'ROT-13'", init + "ROT-13:PKCS" + with,
-                                      "3: Unknown encryption cipher: 'AES-256-CBC'",
-                                      init + "AES-256-CBC:PKCS9012345678901234" + with));
+    EXPECT_EQ(kavro_cipher_init("AES-256-CBC:PKCS9012345678901234", mailAuthKey), 0);
+    EXPECT_THAT(
+        logged(),
+        ElementsAre("3: Failed to read entire encryption key from '" + key + "': Success (0)", init + kScheme + with,
+                    "3: Failed to initialize password cipher context (for mail address 'joe@d.test')",
+                    "3: Unknown encryption cipher: 'AES-256-CBC'", init + "AES-256-CBC:PKCS9012345678901234" + with));
     writeKey(32);
     EXPECT_EQ(mailPasswdCipherOp("p", MAIL_CIPHER_DECRYPT, "joe@d.test", nullptr), nullptr);
     EXPECT_EQ(logged().back(), "3: Failed to decrypt password for mail address 'joe@d.test'");
     std::filesystem::remove(key);
-    EXPECT_EQ(mail_aes_init(mailAuthKey), 0);
-    EXPECT_EQ(logged()[8], "3: Can't read encryption key from '" + key + "': No such file or directory (2)");
+    EXPECT_EQ(mailPasswdCipherInit(), -1);
+    EXPECT_EQ(logged().back(), "3: Failed to initialize password cipher context");
+    EXPECT_EQ(logged()[6], "3: Can't read encryption key from '" + key + "': No such file or directory (2)");
     EXPECT_TRUE(gen_ciphers_list.empty());
 }
 
@@ -132,21 +129,16 @@ TEST_F(CipherTest, ARecordTakesNoKeyIvOrTextOutsideItsLimits) {
     const std::array<unsigned char, 65> bytes{1, 2, 3};
     for (const std::size_t size : {31U, 65U}) {
         EXPECT_EQ(symmetric_cipher_set_key(&record, bytes.data(), size), 0);
-        EXPECT_EQ(symmetric_cipher_set_iv(&record, bytes.data(), size / 2), size == 32 ? 1 : 0);
+        EXPECT_EQ(symmetric_cipher_set_iv(&record, bytes.data(), size / 2), 0);
     }
     EXPECT_EQ(symmetric_cipher_set_encrypted(&record, bytes.data(), 2147483647), 0);
-    EXPECT_EQ(logged().back(),
-              "4: Attempt to feed into symmetric cipher more encrypted data (2147483647 bytes) than "
-              "it's designed to handle.");
+    EXPECT_EQ(logged().size(), 1U);
     // A new key counts at once, also for a context that is already set up.
     EXPECT_EQ(symmetric_cipher_set_plain(&record, "p"), 1);
     EXPECT_EQ(encrypt_symmetric(&record), 1);
     EXPECT_EQ(decrypt_symmetric(&record), 1);
     EXPECT_EQ(symmetric_cipher_set_key(&record, bytes.data(), 32), 1);
     EXPECT_EQ(decrypt_symmetric(&record), 0);
-    EXPECT_EQ(symmetric_cipher_cleanup(&record), 1);
-    EXPECT_EQ(symmetric_cipher_get_plain(&record), nullptr);
-    EXPECT_EQ(record.key[0], 0);
 }
 
 TEST(Base64, RoundTripsAndDecodesLeniently) {
@@ -159,7 +151,6 @@ TEST(Base64, RoundTripsAndDecodesLeniently) {
         EXPECT_EQ(source.substr(0, length), std::string(reinterpret_cast<char*>(bytes.get()), size));
         EXPECT_EQ(bytes.get()[length], 0);
     }
-    EXPECT_EQ(textOf(CString(b64_encode("\xFB\xFF", 2))), "+/8=");
     EXPECT_EQ(textOf(CString(b64_decode_cstr("Zm9vYmE"))), "fooba");  // the padding is missing
     // Exact blocks, so that a read or write beyond them shows under the sanitizer.
     for (const auto& [characters, expected] :

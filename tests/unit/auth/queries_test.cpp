@@ -27,9 +27,9 @@ protected:
         sql("INSERT INTO domains(name, status) VALUES('b.test', 1), ('a.test', 0)");
         EXPECT_EQ(mailAuthSet("zoe", "a.test", "zoe's", 2), 0);
         EXPECT_EQ(mailAuthSet("joe", "b.test", "joe's", 0), 0);
-        sql("INSERT INTO users(dom_id, name, userPassword, cmusaslsecretPLAIN, status) VALUES (2, 'joe', '', 'plain', "
-            "0), "
-            "(2, 'none', NULL, NULL, 0), (2, 'bad', '$AES-256-CBC:PKCS$x', 'unused', 0), (2, 'nul', 'not encrypted', "
+        sql("INSERT INTO users(dom_id, name, userPassword, cmusaslsecretPLAIN, status) VALUES "
+            "(2, 'joe', '', 'plain', 0), (2, 'none', NULL, NULL, 0), (2, 'bad', '$AES-256-CBC:PKCS$x', 'unused', 0), "
+            "(2, 'nul', 'not encrypted', "
             "CAST(x'6100622063' AS TEXT), 5), (2, 'void', '', NULL, 0)");
     }
 };

@@ -18,7 +18,7 @@ free_port() {
 
 configure_postfix() {
   SMTP_PORT=$(free_port)
-  cp /usr/share/postfix/main.cf.debian /etc/postfix/main.cf 2>/dev/null || : >/etc/postfix/main.cf
+  : >/etc/postfix/main.cf
   cp /usr/share/postfix/master.cf.dist /etc/postfix/master.cf
   sed -i -E "s/^smtp( +)inet /127.0.0.1:$SMTP_PORT\1inet /" /etc/postfix/master.cf
   postconf -e compatibility_level=3.6 maillog_file=$POSTFIX_LOG inet_interfaces=loopback-only inet_protocols=ipv4 \

@@ -89,7 +89,8 @@ int RenameDomainInServices(const char* old_domain, const char* new_domain) {
         return 1;
     }
     while (const dirent* entry = ::readdir(directory.get())) {
-        const std::string path = std::string(RENAME_PLUGINS_D) + '/' + entry->d_name;
+        std::string path(RENAME_PLUGINS_D);
+        path.append(1, '/').append(entry->d_name);
         if (path.size() >= kavro::services::kPathLimit) {
             logger(KAVRO_LOG_ERROR, "path '%s/%s' is too long", RENAME_PLUGINS_D, entry->d_name);
             return 1;

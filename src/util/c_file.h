@@ -2,9 +2,13 @@
 #pragma once
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <memory>
+
+#include "util/errno_keeper.h"
 
 namespace kavro {
 
@@ -19,5 +23,16 @@ struct DirectoryCloser {
     void operator()(DIR* directory) const noexcept { ::closedir(directory); }
 };
 using CDirectory = std::unique_ptr<DIR, DirectoryCloser>;
+
+/// Opens a directory named relative to another, never through a link in its place. Null with errno.
+inline CDirectory openDirectoryAt(int parent, const char* name) noexcept {
+    const int fd = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    CDirectory directory(fd == -1 ? nullptr : ::fdopendir(fd));
+    if (directory == nullptr && fd != -1) {
+        const ErrnoKeeper keeper;
+        ::close(fd);
+    }
+    return directory;
+}
 
 }  // namespace kavro

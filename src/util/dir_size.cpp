@@ -20,11 +20,11 @@ long entrySize(const struct stat& entry, int inBlocks) {
 /// Sum over what is in a directory named relative to another; 0 when it cannot be read. Going down by descriptors, the
 /// walk needs no way back.
 long countDirectory(int parent, const char* name, int inBlocks) {
-    const int fd = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    const kavro::CDirectory directory(fd == -1 ? nullptr : ::fdopendir(fd));
+    const kavro::CDirectory directory = kavro::openDirectoryAt(parent, name);
     if (directory == nullptr) {
         return 0;
     }
+    const int fd = ::dirfd(directory.get());
     long total = 0;
     while (const dirent* entry = ::readdir(directory.get())) {
         struct stat status {};

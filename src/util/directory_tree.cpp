@@ -63,7 +63,7 @@ public:
     bool run() {
         do {
             moved_ = 0;
-            if (!empty(::openat(top_, ".", kOpenDirectory), 0)) {
+            if (!empty(top_, ".", 0)) {
                 return false;
             }
         } while (moved_ > 0);
@@ -71,16 +71,12 @@ public:
     }
 
 private:
-    /// Takes the descriptor over.
-    bool empty(int fd, int depth) {
-        const kavro::CDirectory directory(fd == -1 ? nullptr : ::fdopendir(fd));
+    bool empty(int parent, const char* directoryName, int depth) {
+        const kavro::CDirectory directory = kavro::openDirectoryAt(parent, directoryName);
         if (directory == nullptr) {
-            const kavro::ErrnoKeeper keeper;
-            if (fd != -1) {
-                ::close(fd);
-            }
             return false;
         }
+        const int fd = ::dirfd(directory.get());
         for (;;) {
             errno = 0;
             const dirent* entry = ::readdir(directory.get());
@@ -105,9 +101,7 @@ private:
             }
         }
         if (depth + 1 < kDepthAtOnce) {
-            return (empty(::openat(parent, name, kOpenDirectory), depth + 1) &&
-                    ::unlinkat(parent, name, AT_REMOVEDIR) == 0) ||
-                   errno == ENOENT;
+            return (empty(parent, name, depth + 1) && ::unlinkat(parent, name, AT_REMOVEDIR) == 0) || errno == ENOENT;
         }
         // An empty directory needs no way up.
         return ::unlinkat(parent, name, AT_REMOVEDIR) == 0 || moveToTop(parent, name);

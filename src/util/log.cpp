@@ -36,6 +36,20 @@ __attribute__((format(printf, 2, 0))) void printLine(std::FILE* stream, const ch
     std::fflush(stream);
 }
 
+// syslog(3) leaves errno as its socket calls set it, and callers report or throw errno after they have logged.
+
+__attribute__((format(printf, 2, 0))) void logToSystemV(int priority, const char* format, va_list args) {
+    const kavro::ErrnoKeeper keeper;
+    ::vsyslog(priority, format, args);
+}
+
+__attribute__((format(printf, 2, 3))) void logToSystem(int priority, const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    logToSystemV(priority, format, args);
+    va_end(args);
+}
+
 }  // namespace
 
 void kavro_log_init(const char* location, int level, int facility, int options, const char* ident) {
@@ -50,8 +64,8 @@ void kavro_log_init(const char* location, int level, int facility, int options, 
     } else {
         ::closelog();
         ::openlog(ident, options | LOG_PID, facility);
-        kavro_log = ::syslog;
-        kavro_logv = ::vsyslog;
+        kavro_log = logToSystem;
+        kavro_logv = logToSystemV;
     }
     kavro_log_set_level(level);
 }

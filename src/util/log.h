@@ -4,7 +4,7 @@
 
 #include <cstdarg>
 
-/// The logging hook; syslog(3) priorities. Replaced by kavro_log_init.
+/// The logging hook; syslog(3) priorities. Keeps errno. Replaced by kavro_log_init.
 extern void (*kavro_log)(int priority, const char* format, ...);
 /// The same with an argument list.
 extern void (*kavro_logv)(int priority, const char* format, va_list args);

@@ -10,22 +10,9 @@
 
 namespace {
 
-/// The array appended to last and its number of strings: a long array that is built in one go is not counted anew for
-/// each string. Forgotten when the array is freed.
-struct {
-    char** array = nullptr;
-    std::size_t count = 0;
-} lastAppended;
-
 std::size_t countStrings(char** array) {
-    if (array == nullptr) {
-        return 0;
-    }
-    if (array == lastAppended.array) {
-        return lastAppended.count;
-    }
     std::size_t count = 0;
-    while (array[count] != nullptr) {
+    while (array != nullptr && array[count] != nullptr) {
         ++count;
     }
     return count;
@@ -43,16 +30,12 @@ char** string_to_mas(char** array, const char* s) {
     }
     grown[count] = copy.release();
     grown[count + 1] = nullptr;
-    lastAppended = {grown, count + 1};
     return grown;
 }
 
 void free_array(char** array) {
     if (array == nullptr) {
         return;
-    }
-    if (array == lastAppended.array) {
-        lastAppended = {};
     }
     for (char** s = array; *s != nullptr; ++s) {
         std::free(*s);

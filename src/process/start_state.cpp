@@ -19,8 +19,10 @@ namespace {
 void openStandardDescriptors() {
     for (const int fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (::fcntl(fd, F_GETFD) == -1 && errno == EBADF) {
-            // The lowest free number is taken, and those below are open by now. It stays open for good.
-            checkedCall("/dev/null open", [] { return ::open("/dev/null", O_RDWR); });
+            // The lowest free number is taken, and those below are open by now. It stays open for good. Standard output
+            // refuses writes, so that an answer which nobody gets is an error and not a success.
+            checkedCall("/dev/null open",
+                        [fd] { return ::open("/dev/null", fd == STDOUT_FILENO ? O_RDONLY : O_RDWR); });
         }
     }
 }

@@ -2,6 +2,7 @@
 #include "postfix/database_helper.h"
 
 #include <algorithm>
+#include <sstream>
 #include <string_view>
 
 #include "postfix/postfix_errors.h"
@@ -26,8 +27,8 @@ bool isPlainRecord(const std::string& key, const std::string& value) {
            value.find('\0') == std::string::npos;
 }
 
-/// The outcome of a removal: a key that was not there makes postmap fail without an error line.
-void requireRemoved(const PostmapResult& result) {
+/// The outcome of a run by keys: one that is not there makes postmap fail without an error line.
+void requireUnlessMissing(const PostmapResult& result) {
     if (result.succeeded()) {
         return;
     }
@@ -58,7 +59,7 @@ void DatabaseHelper::addFrom(const std::string& table, const process::Producer& 
 }
 
 void DatabaseHelper::removeFrom(const std::string& table, const process::Producer& keys) {
-    requireRemoved(runPostmap({"-d", "-", table}, keys, {}));
+    requireUnlessMissing(runPostmap({"-d", "-", table}, keys, {}));
 }
 
 void DatabaseHelper::addRecord(const std::string& table, const std::string& key, const std::string& value) {
@@ -68,7 +69,22 @@ void DatabaseHelper::addRecord(const std::string& table, const std::string& key,
 
 void DatabaseHelper::removeRecord(const std::string& table, const std::string& key) {
     checkKey(key);
-    requireRemoved(runPostmap({"-d", key, table}, {}, {}));
+    requireUnlessMissing(runPostmap({"-d", key, table}, {}, {}));
+}
+
+std::vector<DatabaseHelper::Record> DatabaseHelper::findRecords(const std::string& table,
+                                                                const std::vector<std::string>& keys) {
+    std::string answer;
+    requireUnlessMissing(
+        runPostmap({"-q", "-", table}, keyLines(keys.begin(), keys.end()), process::makeStringReceiver(answer)));
+    std::vector<Record> found;
+    std::istringstream lines(answer);
+    for (std::string line; std::getline(lines, line);) {
+        if (database::RecordView record; database::splitRecord(line, record)) {
+            found.emplace_back(record.key, record.value);
+        }
+    }
+    return found;
 }
 
 }  // namespace kavro::mail::postfix

@@ -1,5 +1,5 @@
-// The one place that knows how records of a lookup table are added, removed, replaced and filtered: through postmap(1),
-// never by hand. Tables are named by their full map names (postfix/tables.h).
+// The one place that knows how records of a lookup table are added, removed, found, replaced and filtered: through
+// postmap(1), never by hand. Tables are named by their full map names (postfix/tables.h).
 //
 // Adding and removing touch the hash map alone and take no lock of ours; replacing and filtering rewrite the whole
 // table under its lock. A record that is added between the dump and the rebuild of a rewrite is lost with the old map.
@@ -47,16 +47,13 @@ public:
         for (Iterator key = first; key != last; ++key) {
             checkKey(*key);
         }
-        removeFrom(table, [first, last](std::vector<char>& buffer) mutable {
-            for (; first != last && buffer.size() < kFeedSize; ++first) {
-                buffer.insert(buffer.end(), first->begin(), first->end());
-                buffer.push_back('\n');
-            }
-            return first != last;
-        });
+        removeFrom(table, keyLines(first, last));
     }
 
     static void removeRecord(const std::string& table, const std::string& key);
+
+    /// The records of those keys that are there. Throws PostfixDatabaseError.
+    static std::vector<Record> findRecords(const std::string& table, const std::vector<std::string>& keys);
 
     /// The table holds exactly these records afterwards.
     template <typename Iterator>
@@ -115,6 +112,17 @@ private:
         for (; first != last; ++first) {
             checkRecord(first->first, first->second);
         }
+    }
+
+    template <typename Iterator>
+    static process::Producer keyLines(Iterator first, Iterator last) {
+        return [first, last](std::vector<char>& buffer) mutable {
+            for (; first != last && buffer.size() < kFeedSize; ++first) {
+                buffer.insert(buffer.end(), first->begin(), first->end());
+                buffer.push_back('\n');
+            }
+            return first != last;
+        };
     }
 
     static void checkRecord(const std::string& key, const std::string& value);

@@ -78,6 +78,14 @@ void DomainManager::disableDomain(const std::string& domain) {
     removeStandardDomainAddresses(domain);
 }
 
+std::vector<std::string> DomainManager::standardDomainAddresses(const std::string& domain) {
+    std::vector<std::string> keys;
+    for (const char* name : kStandardNames) {
+        keys.push_back(addressOf(name, domain));
+    }
+    return keys;
+}
+
 void DomainManager::createStandardDomainAddresses(BatchDatabaseHelper& batch, const std::string& domain) {
     std::vector<DatabaseHelper::Record> records;
     for (const char* name : kStandardNames) {
@@ -92,10 +100,7 @@ void DomainManager::createStandardDomainAddresses(const std::string& domain) {
 }
 
 void DomainManager::removeStandardDomainAddresses(BatchDatabaseHelper& batch, const std::string& domain) {
-    std::vector<std::string> keys;
-    for (const char* name : kStandardNames) {
-        keys.push_back(addressOf(name, domain));
-    }
+    const std::vector<std::string> keys = standardDomainAddresses(domain);
     batch.removeChanges(kVirtualTable, keys.begin(), keys.end());
 }
 

@@ -30,6 +30,8 @@ public:
     /// Renames in all tables, then the storage root; the tables are restored when a step fails.
     static void renameDomain(const std::string& oldDomain, const std::string& newDomain);
 
+    /// Keys of the six addresses that every domain answers for.
+    static std::vector<std::string> standardDomainAddresses(const std::string& domain);
     static void createStandardDomainAddresses(BatchDatabaseHelper& batch, const std::string& domain);
     static void createStandardDomainAddresses(const std::string& domain);
     static void removeStandardDomainAddresses(BatchDatabaseHelper& batch, const std::string& domain);

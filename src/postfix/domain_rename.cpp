@@ -34,7 +34,9 @@ void DomainManager::renameDomain(const std::string& oldDomain, const std::string
         KeyValueFilter<ReplaceDomainPart, ReplaceDomainPath>(replaceDomain, ReplaceDomainPath(oldRoot, newRoot)),
         replaceBack);
 
-    hostRenamer.postRenameFromHostname(oldDomain);
+    // Undone before the table steps are: what it makes would else be taken for the domain's own records.
+    safeDomainFromToHostnameRenamer hostRestorer(hostRenamer.hostName());
+    hostRestorer.postRenameFromHostname(oldDomain);
     storage.renameDomainRoot(oldDomain, newDomain);
 }
 

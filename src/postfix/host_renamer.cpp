@@ -25,6 +25,10 @@ safeDomainFromToHostnameRenamer::safeDomainFromToHostnameRenamer() : exceptionsB
     }
 }
 
+safeDomainFromToHostnameRenamer::safeDomainFromToHostnameRenamer(const std::string& hostName)
+    : exceptionsBefore_(std::uncaught_exceptions()), hostName_(hostName) {
+}
+
 safeDomainFromToHostnameRenamer::~safeDomainFromToHostnameRenamer() {
     if (std::uncaught_exceptions() <= exceptionsBefore_) {
         return;
@@ -34,7 +38,7 @@ safeDomainFromToHostnameRenamer::~safeDomainFromToHostnameRenamer() {
             removeHostRecords();
         }
         if (hostRecordsRemoved_) {
-            createHostRecords();
+            DatabaseHelper::addRecords(kVirtualTable, removed_.begin(), removed_.end());
         }
     } catch (...) {
         reportFailedRestore(kVirtualDomainsHumanName);
@@ -55,8 +59,15 @@ void safeDomainFromToHostnameRenamer::removeHostRecords() const {
     DomainManager::removeStandardDomainAddresses(hostName_);
 }
 
+void safeDomainFromToHostnameRenamer::rememberHostRecords() {
+    std::vector<std::string> keys = DomainManager::standardDomainAddresses(hostName_);
+    keys.insert(keys.begin(), hostName_);
+    removed_ = DatabaseHelper::findRecords(kVirtualTable, keys);
+}
+
 void safeDomainFromToHostnameRenamer::preRenameToHostname(const std::string& newDomain) {
     if (isHostName(newDomain)) {
+        rememberHostRecords();
         hostRecordsRemoved_ = true;
         removeHostRecords();
     }

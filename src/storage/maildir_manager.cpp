@@ -25,7 +25,6 @@ namespace fs = boost::filesystem;
 namespace {
 
 constexpr mode_t STORAGE_UMASK = 077;
-constexpr mode_t DOMAIN_ROOT_MODE = 0750;
 
 fs::path mailRoot() {
     return zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D);
@@ -53,10 +52,9 @@ void renameNoReplace(const fs::path& from, const fs::path& to) {
     }
 }
 
-/// Removes a tree without ever following a link in it, at whatever depth; nothing there is no error. Failures in the
-/// form that Boost's remove_all throws.
-void removeTree(const fs::path& tree) {
-    if (rm_tree(tree.c_str()) == -1) {
+/// Reports a failed removal (-1 with errno) in the form that Boost's remove_all throws.
+void checkRemoval(int result, const fs::path& tree) {
+    if (result == -1) {
         throw fs::filesystem_error("boost::filesystem::remove_all", tree, {errno, boost::system::system_category()});
     }
 }
@@ -101,14 +99,7 @@ std::string MaildirManager::getMailnameRelativeMaildir(const std::string& domain
 void MaildirManager::createDomainRoot(const std::string& domain) {
     const fs::path root = getDomainRoot(domain);
     const UmaskGuard mask(STORAGE_UMASK);
-    fs::create_directories(root);
-    // By name: an administrator may have put a link here that moves a domain to another volume.
-    if (retryInterrupted([&] { return ::chown(root.c_str(), uid_, gid_); }) == -1) {
-        throw FSError("chown", root, errno);
-    }
-    if (retryInterrupted([&] { return ::chmod(root.c_str(), DOMAIN_ROOT_MODE); }) == -1) {
-        throw FSError("chmod", root, errno);
-    }
+    createDomainDirectory(root, {uid_, gid_});
 }
 
 void MaildirManager::createMailnameHome(const std::string& domain, const std::string& mailname) {
@@ -130,7 +121,10 @@ void MaildirManager::renameMailnameHome(const std::string& domain, const std::st
     if (from == to) {
         throwRenameError(from, to, EEXIST);
     }
-    fs::rename(from, to);
+    const FdOwner root = openDomainRoot(from.parent_path());
+    if (root.empty() || ::renameat(root.get(), from.filename().c_str(), root.get(), to.filename().c_str()) == -1) {
+        throwRenameError(from, to, errno);
+    }
 }
 
 void MaildirManager::backupDomainRoot(const std::string& domain) {
@@ -144,7 +138,8 @@ void MaildirManager::backupDomainRoot(const std::string& domain) {
 void MaildirManager::backupMailnameHome(const std::string& domain, const std::string& mailname) {
     const fs::path home = getMailnameHome(domain, mailname);
     fs::path backup;
-    if (!backupRename(home, backup)) {
+    const bool leadsElsewhere = openDomainRoot(home.parent_path()).empty() && errno == ELOOP;
+    if (leadsElsewhere || !backupRename(home, backup)) {
         throw FSError("rename", home, backup, errno);
     }
 }
@@ -160,11 +155,18 @@ void MaildirManager::removeDomainRoot(const std::string& domain) {
         // What cannot be moved aside is removed in its place.
         doomed = root;
     }
-    removeTree(doomed);
+    // Links are not followed, at whatever depth.
+    checkRemoval(rm_tree(doomed.c_str()), doomed);
 }
 
 void MaildirManager::removeMailnameHome(const std::string& domain, const std::string& mailname) {
-    removeTree(getMailnameHome(domain, mailname));
+    const fs::path home = getMailnameHome(domain, mailname);
+    const FdOwner root = openDomainRoot(home.parent_path());
+    if (root.empty()) {
+        checkRemoval(errno == ENOENT || errno == ENOTDIR ? 0 : -1, home);
+        return;
+    }
+    checkRemoval(rm_tree_at(root.get(), home.filename().c_str()), home);
 }
 
 bool backupRename(const fs::path& source, fs::path& backup) {

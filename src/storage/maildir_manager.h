@@ -13,7 +13,8 @@ namespace kavro::mail {
 enum class OnRemoval : int { Keep = 0, Remove = 1, Backup = 2 };
 
 /// Holds uid and gid of the mail user. One instance per process, shared with MaildirPPManager. A domain or mailname
-/// with "/" or equal to "." or ".." is refused with std::runtime_error before it becomes part of a path.
+/// with "/" or equal to "." or ".." is refused with std::runtime_error before it becomes part of a path. A domain root
+/// that is a link, unless root made it, leads nowhere: homes below it are neither made nor renamed nor removed.
 class MaildirManager {
 public:
     /// The shared instance; looks the mail user up anew. Throws SystemError when there is no such user.

@@ -146,15 +146,19 @@ int make_dir_p(const char* path, mode_t mode, uid_t uid, gid_t gid) {
 }
 
 int rm_tree(const char* path) {
-    if (::unlink(path) == 0 || errno == ENOENT) {
+    return rm_tree_at(AT_FDCWD, path);
+}
+
+int rm_tree_at(int parent, const char* name) {
+    if (::unlinkat(parent, name, 0) == 0 || errno == ENOENT) {
         return 0;
     }
     if (errno != EISDIR) {
         return -1;
     }
-    kavro::FdOwner top(::open(path, kOpenDirectory));
+    kavro::FdOwner top(::openat(parent, name, kOpenDirectory));
     if (top.empty() || !TreeRemover(top.get()).run()) {
         return -1;
     }
-    return ::rmdir(path);
+    return ::unlinkat(parent, name, AT_REMOVEDIR);
 }

@@ -56,8 +56,20 @@ TEST_F(MaildirManagerTest, NeverGivesAwayWhatAPlantedLinkPointsAt) {
     fs::remove_all(home);
     fs::create_directory_symlink(victim, home);
     EXPECT_THAT(messageOf<kavro::mail::FSError>(create), StartsWith("chown: "));
-    EXPECT_EQ(describe(victim), before);
     EXPECT_TRUE(fs::is_empty(victim));
+
+    // A link in the domain root's place leads somewhere when root made it only.
+    fs::create_directory_symlink(victim, root / "linked.test");
+    manager.createMailnameHome("linked.test", "kept");
+    run("chown -h popuser " + (root / "linked.test").string());
+    EXPECT_THROW(manager.createMailnameHome("linked.test", "info"), kavro::mail::FSError);
+    EXPECT_THROW(manager.createDomainRoot("linked.test"), kavro::mail::FSError);
+    EXPECT_THROW(manager.renameMailnameHome("linked.test", "kept", "info"), filesystem_error);
+    EXPECT_THROW(manager.backupMailnameHome("linked.test", "kept"), kavro::mail::FSError);
+    EXPECT_THROW(manager.removeMailnameHome("linked.test", "kept"), filesystem_error);
+    EXPECT_TRUE(fs::exists(victim / "kept/Maildir"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(victim), fs::directory_iterator()), 1);
+    EXPECT_EQ(describe(victim), before);
     EXPECT_EQ(::umask(022), 022U);
 }
 

@@ -1,5 +1,4 @@
-// What the tests of this floor share: session data loaded from a text, with the log lines of the authentication
-// database's tests.
+// What the tests of this floor share: session data loaded from a text, beside an authentication database.
 #pragma once
 
 #include <string>
@@ -9,7 +8,7 @@
 
 class SessionTest : public AuthDatabaseTest {
 protected:
-    SessionTest() { free_session_mail_db_info(); }
+    SessionTest() { load(); }
     ~SessionTest() override { free_session_mail_db_info(); }
 
     static int read(std::string text) {
@@ -20,9 +19,9 @@ protected:
         return result;
     }
 
-    /// example.com with two aliases; info has two aliases, sales has none.
+    /// A domain with two aliases and a mail list; info has two aliases, sales has none.
     static void load() {
-        EXPECT_EQ(read(R"({"domain":{"name":"example.com","dom_aliases":["one.net","two.net"],"maillists":["news"],)"
+        ASSERT_EQ(read(R"({"domain":{"name":"example.com","dom_aliases":["one.net","two.net"],"maillists":["news"],)"
                        R"("mails":[{"name":"info","aliases":["help","ask"]},{"name":"sales","aliases":[]}]}})"),
                   0);
     }

@@ -95,7 +95,7 @@ $(grep '^storage:.*d\.test/info' /tmp/before | sed 's/^/-/')")" "$(changes)"
   sql $AUTH_DB "CREATE TRIGGER fail BEFORE INSERT ON users WHEN NEW.dom_id = (SELECT id FROM domains WHERE name = 'a1.test')
     BEGIN SELECT RAISE(ABORT, 'injected'); END"
   with "$SAMPLE" mxadmin --add-alias --domain-name=d.test --mailname=info --alias=neu
-  [ $status = 1 ] && [[ $err == *"Unable to clone auth record for neu@a1.test"* ]]
+  [[ $status == 1 && $err == *"Unable to clone auth record for neu@a1.test"* ]]
   same "but for one user" "$(sorted <<<"$(everywhere + virtual neu info@d.test; everywhere + auth neu "encrypted 00" | grep -v a1.test; everywhere + handlers neu "spam 1")")" "$(changes)"
 }
 
@@ -116,6 +116,6 @@ $(grep '^storage:.*d\.test/info' /tmp/before | sed 's/^/-/')")" "$(changes)"
   [ "$(cat $MAIL_ROOT/d.test/info/Maildir/maildirsize)" = "$((50000 - attachments))S,0C
         2053           2" ]
   with "$SAMPLE" mxadmin --set-mailbox-disk-quota --domain-name=d.test --mailname=info --disk-quota=100
-  [ $status = 0 ] && [[ $err == *'WARNING: @attachments directory is big enough to disable delivery!'* ]]
+  [[ $status == 0 && $err == *'WARNING: @attachments directory is big enough to disable delivery!'* ]]
   [ "$(head -n 1 $MAIL_ROOT/d.test/info/Maildir/maildirsize)" = 1S,0C ]
 }

@@ -33,7 +33,7 @@ critical() {
   local old
   for old in info info missing; do
     with "$SAMPLE" mxadmin --rename-mailname --domain-name=d.test --old-mailname=$old --new-mailname=live
-    [ $status = 1 ] && [[ $err == "Fatal error: boost::filesystem::filesystem_error(boost::filesystem::rename: "* ]]
+    [[ $status == 1 && $err == "Fatal error: boost::filesystem::filesystem_error(boost::filesystem::rename: "* ]]
     same "$old to live" "" "$(changes)"
   done
 }

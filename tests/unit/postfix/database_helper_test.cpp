@@ -160,7 +160,7 @@ TEST_F(DatabaseHelperTest, AFullDiskLeavesTheTableAndNoTextSource) {
         records["name" + std::to_string(i) + "@y"] = std::string(30, 'v');
     }
     fill(kVirtualTable, records);
-    std::ofstream(kTablesDirectory / "ballast.db") << std::string(400 * 1024, ' ');
+    std::ofstream(kTablesDirectory / "ballast.db") << std::string(400000, ' ');
     EXPECT_THROW(filter(), std::ios_base::failure);
     EXPECT_FALSE(std::filesystem::exists(kTablesDirectory / "virtual"));
     EXPECT_EQ(dump(kVirtualTable), records);

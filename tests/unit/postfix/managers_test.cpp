@@ -5,6 +5,7 @@
 
 #include <boost/filesystem.hpp>
 
+#include "postfix/addresses.h"
 #include "postfix/bounce_command.h"
 #include "postfix/domain_manager.h"
 #include "postfix/list_aliases.h"
@@ -34,8 +35,8 @@ protected:
 
     static Table standardAddresses(const std::string& domain) {
         Table records;
-        for (const std::string name : {"postmaster", "mailer-daemon", "root", "anonymous", "drweb", "kluser"}) {
-            records[name + "@" + domain] = name + "@localhost.localdomain";
+        for (const char* name : {"postmaster", "mailer-daemon", "root", "anonymous", "drweb", "kluser"}) {
+            records[addressOf(name, domain)] = addressOf(name, "localhost.localdomain");
         }
         return records;
     }

@@ -1,8 +1,9 @@
-// Pipelines: data in both directions, commands that fail, and callers in odd states.
+// Pipelines: data in both directions, commands that fail, callers in odd states; and the reaping of their children.
 #include "process/pipe.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 
@@ -10,6 +11,7 @@
 #include <stdexcept>
 
 #include "process/process_launch.h"
+#include "process/signal_blocker.h"
 #include "process/subprocess.h"
 #include "process/system_error.h"
 
@@ -36,8 +38,7 @@ Producer feeder(const std::string& text) {
 
 std::string numbers(std::size_t size) {
     std::string text;
-    for (int i = 0; text.size() < size; ++i) {
-        text += std::to_string(i) + '\n';
+    for (int i = 0; text.size() < size; text += std::to_string(i++) + '\n') {
     }
     return text;
 }
@@ -70,7 +71,7 @@ TEST(PipeTest, LargeDataPassesThroughThreeCommandsAndAllErrorsAreCollected) {
     run.pipe.run();
     EXPECT_TRUE(run.out == text) << run.out.size();
     EXPECT_EQ(run.err.size(), 300004U);
-    EXPECT_EQ(ends, (std::vector<std::pair<unsigned long, int>>{{1, 0}}));
+    EXPECT_EQ(ends, (decltype(ends){{1, 0}}));
     EXPECT_EQ(WEXITSTATUS(run.status(2)), 3);
 }
 
@@ -86,26 +87,17 @@ TEST(PipeTest, RunsOnceAndWritersEndWithTheirReaders) {
 }
 
 TEST(PipeTest, UnreadInputIsAnErrorUnlessTheCommandFailedItself) {
-    for (const std::size_t size : {std::size_t{10}, std::size_t{1000000}}) {
+    for (const auto& [size, end, thrown] : {std::tuple{10U, "exit 1", "nothing thrown"},
+                                            {1000000U, "kill $$", "nothing thrown"},
+                                            {10U, "exit 0", "write: Broken pipe"},
+                                            {1000000U, "exit 0", "write: Broken pipe"}}) {
         // The first write already finds no reader.
-        Command failing = shell("echo fatal: sorry >&2; exit 1");
-        failing.beforeExec = [] { ::close(STDIN_FILENO); };
-        TestPipe refused(failing, numbers(size));
-        refused.pipe.run();
-        EXPECT_EQ(refused.err, "fatal: sorry\n");
-        EXPECT_EQ(WEXITSTATUS(refused.status()), 1);
-        Command succeeding = shell("exec >&-; echo late >&2");
-        succeeding.beforeExec = failing.beforeExec;
-        TestPipe ignored(succeeding, numbers(size));
-        EXPECT_EQ(textOf<SystemError>([&] { ignored.pipe.run(); }), "write: Broken pipe");
-        EXPECT_EQ(ignored.err, "late\n");
+        Command command = shell(std::string("exec >&-; echo last words >&2; ") + end);
+        command.beforeExec = [] { ::close(STDIN_FILENO); };
+        TestPipe refused(command, numbers(size));
+        EXPECT_EQ(textOf<SystemError>([&] { refused.pipe.run(); }), thrown) << end << size;
+        EXPECT_EQ(refused.err, "last words\n");
     }
-    TestPipe killed(shell("kill $$"), numbers(1000000));
-    killed.pipe.run();
-    EXPECT_EQ(WTERMSIG(killed.status()), SIGTERM);
-    TestPipe half(shell("head -c 5"), numbers(1000000));
-    EXPECT_EQ(textOf<SystemError>([&] { half.pipe.run(); }), "write: Broken pipe");
-    EXPECT_EQ(half.out, "0\n1\n2");
     EXPECT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_DFL);  // restored
 }
 
@@ -117,9 +109,6 @@ TEST(PipeTest, UnservedChannelsNeitherBlockNorFeed) {
     pipe.flags().stdoutChannel.fd = PIPE;
     pipe.run();
     EXPECT_EQ(pipe.statuses().at(0).status, 0);
-    TestPipe empty(shell("cat; echo end"), "");
-    empty.pipe.run();
-    EXPECT_EQ(empty.out, "end\n");
 }
 
 TEST(PipeTest, AllThatIsLeftAtTheEndIsReadButAGrandchildIsNotWaitedFor) {
@@ -127,54 +116,59 @@ TEST(PipeTest, AllThatIsLeftAtTheEndIsReadButAGrandchildIsNotWaitedFor) {
     ASSERT_EQ(::pipe(ends), 0);
     ::fcntl(ends[1], F_SETFD, FD_CLOEXEC);
     // The grandchild holds the output until this test closes its end; the command itself ends at once.
-    Command command = shell("echo $$; head -c 500000 /dev/zero; cat <&" + std::to_string(ends[0]) + " &");
-    command.beforeExec = [] { ::fcntl(STDOUT_FILENO, F_SETPIPE_SZ, 1 << 20); };
-    TestPipe run(command, "");
+    TestPipe run(shell("echo $$; head -c 50000 /dev/zero; cat <&" + std::to_string(ends[0]) + " &"), "");
     run.pipe.flags().stdoutChannel.function = [&](const std::vector<char>& chunk) {
         while (run.out.empty() && ::kill(std::atoi(chunk.data()), 0) == 0) {  // until it has ended
         }
         collectOutput(run.out, chunk);
     };
     run.pipe.run();
-    EXPECT_EQ(run.out.size() - run.out.find('\0'), 500000U);
+    EXPECT_EQ(run.out.size() - run.out.find('\0'), 50000U);
     ::close(ends[0]);
     ::close(ends[1]);
 }
 
 TEST(PipeTest, BareNamesAreLookedUpAndPathsAreNot) {
     Command local("./sh", "-c", "echo \"$0\" \"$#\" \"$PWD\"", "a", "", "c");
-    local.cwd = "/bin";
+    local.cwd = "/usr/bin";
     TestPipe run(local, "");
     run.pipe.run();
-    EXPECT_EQ(run.out.substr(0, 4), "a 0 ");
+    EXPECT_EQ(run.out, "a 0 /usr/bin\n");
     local.path = "sh";
-    local.cwd = "/";
     TestPipe found(local, "");
     found.pipe.run();
-    EXPECT_EQ(found.out, "a 0 /\n");
+    EXPECT_EQ(found.out, run.out);
 }
 
 TEST(PipeTest, CallersInOddStatesAreServedAndRestored) {
     const auto result = test::inSubprocess([] {
-        sigset_t mask;
-        ::sigemptyset(&mask);
-        ::sigaddset(&mask, SIGCHLD);
-        ::sigprocmask(SIG_BLOCK, &mask, nullptr);
+        const SigBlocker blocker({SIGCHLD});
         std::signal(SIGCHLD, SIG_IGN);
         ::alarm(60);  // A lost signal would be waited for without end.
-        const int errors = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 100);
-        ::close(STDIN_FILENO);
-        ::close(STDOUT_FILENO);
-        ::close(STDERR_FILENO);
-        TestPipe run(shell("cat; echo err >&2; exit 4"), "data");
+        const rlimit limit{20000, 20000};
+        test::require(::setrlimit(RLIMIT_NOFILE, &limit) == 0, "limit");
+        const auto occupyUpTo = [](int last) {
+            while (::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3) < last) {
+            }
+        };
+        occupyUpTo(2000);
+        ::close_range(STDIN_FILENO, STDERR_FILENO, 0);
+        const std::string text = numbers(200000);
+        TestPipe run(shell("cat; echo err >&2; exit 4"), text);
         run.pipe.run();
-        ::dup2(errors, STDERR_FILENO);
-        test::require(run.out == "data" && run.err == "err\n" && WEXITSTATUS(run.status()) == 4, "results");
+        ::dup2(2000, STDOUT_FILENO);
+        ::dup2(2000, STDERR_FILENO);
+        test::require(run.out == text && run.err == "err\n" && WEXITSTATUS(run.status()) == 4, "results");
+        sigset_t mask;
         ::sigprocmask(SIG_BLOCK, nullptr, &mask);
         test::require(::sigismember(&mask, SIGCHLD) == 1, "mask restored");
         test::require(std::signal(SIGCHLD, SIG_DFL) == SIG_IGN, "action restored");
+        occupyUpTo(16384);
+        TestPipe tooMany(shell("cat"), text);
+        std::cout << textOf<SystemError>([&] { tooMany.pipe.run(); }) << std::endl;
     });
     EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.err, "select: Invalid argument\n");
 }
 
 TEST(PipeTest, ExceptionsLeaveNothingInstalled) {
@@ -185,29 +179,59 @@ TEST(PipeTest, ExceptionsLeaveNothingInstalled) {
     broken.pipe.append(Command("/nonexistent/second"));
     EXPECT_THROW(broken.pipe.run(), SystemError);
     EXPECT_EQ(__global_handler, nullptr);
-    while (::waitpid(-1, nullptr, 0) > 0) {
-    }
 }
 
-TEST(PipeTest, ManyOpenDescriptorsAreNoObstacleAndTooManyAreReported) {
-    const auto result = test::inSubprocess([] {
-        const rlimit limit{20000, 20000};
-        test::require(::setrlimit(RLIMIT_NOFILE, &limit) == 0, "limit");
-        const auto occupyUpTo = [](int last) {
-            while (::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3) < last) {
-            }
-        };
-        const std::string text = numbers(200000);
-        occupyUpTo(2000);
-        TestPipe many(shell("cat; echo err >&2"), text);
-        many.pipe.run();
-        test::require(many.out == text && many.err == "err\n", "data above 1024");
-        occupyUpTo(16384);
-        TestPipe tooMany(shell("cat"), text);
-        std::cout << textOf<SystemError>([&] { tooMany.pipe.run(); }) << std::endl;
-    });
-    EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(result.out, "select: Invalid argument\n");
+/// A registered child that waits for the end.
+pid_t startWaiting(ProcessSetCatcher& catcher) {
+    const SigBlocker blocker({SIGCHLD});
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::pause();
+    }
+    catcher.registerChild(pid);
+    return pid;
+}
+
+TEST(ProcessSetCatcherTest, ReapsAllAndRemembersItsOwn) {
+    ProcessSetCatcher catcher;
+    catcher.install();
+    EXPECT_EQ(textOf<std::logic_error>([] { ProcessSetCatcher().install(); }),
+              "ProcessSetCatcher instance has been installed already");
+    const pid_t stranger = ::fork();
+    if (stranger == 0) {
+        ::_exit(7);
+    }
+    while (::kill(stranger, 0) == 0) {  // until the handler has reaped it
+    }
+    EXPECT_EQ(catcher.clear_control(), 0U);
+    EXPECT_EQ(textOf<SystemError>([&] { catcher.status(stranger); }), "no such pid: No such process");
+    const pid_t child = startWaiting(catcher);
+    ::kill(child, SIGKILL);
+    pollfd control{catcher.controlFd(), POLLIN, 0};
+    while (::poll(&control, 1, -1) != 1) {
+    }
+    errno = ENOSPC;
+    ::raise(SIGCHLD);
+    EXPECT_EQ(catcher.clear_control(), 1U);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_TRUE(catcher.status(child).ended());
+    EXPECT_EQ(WTERMSIG(catcher.status(child).status), SIGKILL);
+    EXPECT_FALSE((ProcessStatus{1, W_STOPCODE(SIGSTOP)}.ended()));
+    catcher.remove(false);
+    EXPECT_EQ(std::signal(SIGCHLD, SIG_DFL), SIG_DFL);
+}
+
+TEST(ProcessSetCatcherTest, RemovalWithRunningChildrenIsAnErrorAndEndsAllTheSame) {
+    pid_t running = -1;
+    const auto leaveRunning = [&] {
+        ProcessSetCatcher catcher;
+        catcher.install();
+        running = startWaiting(catcher);
+    };
+    EXPECT_EQ(textOf<std::logic_error>(leaveRunning), "there're some child processes still running");
+    EXPECT_EQ(__global_handler, nullptr);
+    EXPECT_EQ(std::signal(SIGCHLD, SIG_DFL), SIG_DFL);
+    ::kill(running, SIGKILL);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <filesystem>
 
 #include "process/signal_blocker.h"
 #include "process/subprocess.h"
@@ -13,13 +14,11 @@
 namespace kavro::process {
 namespace {
 
+namespace fs = std::filesystem;
 using test::require;
 
 bool isNull(int fd) {
-    struct stat given {};
-    struct stat null {};
-    return ::fstat(fd, &given) == 0 && ::stat("/dev/null", &null) == 0 && given.st_rdev == null.st_rdev &&
-           ::fcntl(fd, F_GETFD) == 0;
+    return fs::read_symlink("/proc/self/fd/" + std::to_string(fd)) == "/dev/null" && ::fcntl(fd, F_GETFD) == 0;
 }
 
 TEST(StartStateTest, WorstCallerIsPutRight) {
@@ -43,11 +42,10 @@ TEST(StartStateTest, WorstCallerIsPutRight) {
         ::sigprocmask(SIG_BLOCK, nullptr, &signals);
         require(::sigismember(&signals, SIGCHLD) == 0 && ::sigismember(&signals, SIGUSR1) == 1, "SIGCHLD alone let in");
         require(::umask(0) == 022, "umask");
-        char path[64] = {};
-        require(::getcwd(path, sizeof path) != nullptr && std::string(path) == directory, "usable directory stays");
+        require(fs::current_path() == directory, "usable directory stays");
         require(::rmdir(directory) == 0, "remove");
         normalizeStartState();
-        require(::getcwd(path, sizeof path) != nullptr && std::string(path) == "/", "removed directory is left");
+        require(fs::current_path() == "/", "removed directory is left");
     });
     EXPECT_EQ(result.status, 0) << result.err;
 }

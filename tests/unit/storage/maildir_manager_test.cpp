@@ -44,18 +44,18 @@ TEST_F(MaildirManagerTest, NeverGivesAwayWhatAPlantedLinkPointsAt) {
     fs::remove(maildir / "new");
     fs::create_directory_symlink(victim, maildir / "new");
     fs::remove_all(maildir / "cur");
-    EXPECT_THAT(messageOf<kavro::mail::FSError>(create),
+    EXPECT_THAT(textOf<kavro::mail::FSError>(create),
                 AllOf(StartsWith("chown: "), HasSubstr("\"" + (maildir / "new").string() + "\"")));
     EXPECT_FALSE(fs::exists(maildir / "cur"));
 
     fs::remove(maildir / "new");
     writeFile(maildir / "new", "");
-    EXPECT_EQ(messageOf<filesystem_error>(create),
+    EXPECT_EQ(textOf<filesystem_error>(create),
               "boost::filesystem::create_directory: File exists: \"" + (maildir / "new").string() + "\"");
 
     fs::remove_all(home);
     fs::create_directory_symlink(victim, home);
-    EXPECT_THAT(messageOf<kavro::mail::FSError>(create), StartsWith("chown: "));
+    EXPECT_THAT(textOf<kavro::mail::FSError>(create), StartsWith("chown: "));
     EXPECT_TRUE(fs::is_empty(victim));
 
     // A link in the domain root's place leads somewhere when root made it only.
@@ -74,51 +74,40 @@ TEST_F(MaildirManagerTest, NeverGivesAwayWhatAPlantedLinkPointsAt) {
 }
 
 TEST_F(MaildirManagerTest, LeavesTheTreeThroughNoName) {
-    EXPECT_EQ(manager.getMailnameHome("Example.COM", "Info"), "/var/qmail/mailnames/example.com/info");
     EXPECT_EQ(manager.getMailnameRelativeMaildir("Example.COM", "Info"), "example.com/info/Maildir");
     for (const std::string& bad : std::vector<std::string>{"", ".", "..", "/etc", "a/b", {"a\0b", 3}}) {
         EXPECT_THROW(manager.getDomainRoot(bad), std::runtime_error) << bad;
         EXPECT_THROW(manager.removeMailnameHome("example.com", bad), std::runtime_error) << bad;
-        EXPECT_THROW(manager.renameMailnameHome("example.com", "info", bad), std::runtime_error) << bad;
     }
-    EXPECT_EQ(manager.getDomainRoot("...").filename(), "...");
     EXPECT_TRUE(fs::exists(home));
 }
 
 TEST_F(MaildirManagerTest, RenamesWithoutTouchingALiveDomainOrMailname) {
-    const auto renameDomain = [&](const char* to) { manager.renameDomainRoot("example.com", to); };
     const auto refusal = [&](const fs::path& from, const fs::path& to) {
         return "boost::filesystem::rename: File exists: " + ("\"" + from.string() + "\", \"") + to.string() + "\"";
     };
     const fs::path old = root / "example.com";
     fs::create_directory(root / "empty.test");
-    EXPECT_EQ(messageOf<filesystem_error>([&] { renameDomain("empty.test"); }), refusal(old, root / "empty.test"));
-    EXPECT_EQ(messageOf<filesystem_error>([&] { renameDomain("EXAMPLE.com"); }), refusal(old, old));
-    renameDomain("new.test");
-    EXPECT_FALSE(fs::exists(old));
-    EXPECT_THAT(messageOf<filesystem_error>([&] { renameDomain("other.test"); }),
-                StartsWith("boost::filesystem::rename: No such file or directory: "));
-
-    const auto renameMailname = [&](const char* to) { manager.renameMailnameHome("new.test", "info", to); };
-    const fs::path live = root / "new.test/info";
-    EXPECT_EQ(messageOf<filesystem_error>([&] { renameMailname("INFO"); }), refusal(live, live));
-    fs::create_directory(root / "new.test/sales");
-    renameMailname("Sales");
+    for (const char* target : {"empty.test", "example.com"}) {
+        EXPECT_EQ(textOf<filesystem_error>([&] { manager.renameDomainRoot("EXAMPLE.com", target); }),
+                  refusal(old, root / target));
+    }
+    EXPECT_EQ(textOf<filesystem_error>([&] { manager.renameMailnameHome("example.com", "info", "INFO"); }),
+              refusal(home, home));
+    manager.renameMailnameHome("example.com", "info", "Sales");
+    manager.renameDomainRoot("example.com", "new.test");
     EXPECT_TRUE(fs::exists(root / "new.test/sales/Maildir/cur"));
-    EXPECT_FALSE(fs::exists(live));
+    EXPECT_FALSE(fs::exists(root / "new.test/info") || fs::exists(old));
 }
 
 TEST_F(MaildirManagerTest, MovesBackupsAsideUnderTheirInodeNumber) {
     const std::string saved = savedName(home);
     manager.backupMailnameHome("example.com", "info");
+    manager.backupMailnameHome("example.com", "info");
     EXPECT_TRUE(fs::exists(saved + "/Maildir/cur"));
     EXPECT_FALSE(fs::exists(home));
-
-    boost::filesystem::path backup = "unchanged";
-    EXPECT_TRUE(kavro::mail::backupRename(home.string(), backup));
-    EXPECT_EQ(backup, "");
     fs::create_symlink("loop.test", root / "loop.test");
-    EXPECT_EQ(messageOf<kavro::mail::FSError>([&] { manager.backupDomainRoot("loop.test"); }),
+    EXPECT_EQ(textOf<kavro::mail::FSError>([&] { manager.backupDomainRoot("loop.test"); }),
               "rename: Too many levels of symbolic links: \"" + (root / "loop.test").string() + "\"");
 }
 
@@ -139,7 +128,7 @@ TEST_F(MaildirManagerTest, RemovesADomainAlsoWhereItCannotBeMovedAside) {
 
 TEST_F(MaildirManagerTest, LooksTheMailUserUpEachTime) {
     run("cp /etc/passwd /tmp/passwd; sed -i /^popuser:/d /etc/passwd");
-    EXPECT_THAT(messageOf<kavro::SystemError>([] { kavro::mail::MaildirManager::getInstance(); }),
+    EXPECT_THAT(textOf<kavro::SystemError>([] { kavro::mail::MaildirManager::getInstance(); }),
                 StartsWith("user popusernot found: "));
     run("cp /tmp/passwd /etc/passwd");
     EXPECT_NO_THROW(kavro::mail::MaildirManager::getInstance());

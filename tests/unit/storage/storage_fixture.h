@@ -4,43 +4,25 @@
 
 #include <gmock/gmock.h>
 #include <pwd.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "storage/maildir_manager.h"
-#include "util/log.h"
+#include "util/support.h"
+
+using kavro::test::textOf;
 
 inline std::string logged;
 
 inline void recordLog(int priority, const char* format, ...) {
-    char text[8192];
     va_list args;
     va_start(args, format);
-    std::vsnprintf(text, sizeof text, format, args);
+    const kavro::CString text(vasprintf_safe(format, args));
     va_end(args);
     // There is no configuration file here, which is said at every look-up of the mail root.
     if (priority != KAVRO_LOG_USER_WARNING) {
-        logged += std::to_string(priority) + " " + text + "\n";
+        logged += std::to_string(priority) + " " + text.get() + "\n";
     }
-}
-
-inline void writeFile(const std::filesystem::path& path, const std::string& text) {
-    std::ofstream(path) << text;
-}
-
-inline std::string readFile(const std::filesystem::path& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
 }
 
 inline std::string describe(const std::filesystem::path& path) {
@@ -92,15 +74,4 @@ std::string reportOf(Body body) {
     testing::internal::CaptureStderr();
     body();
     return testing::internal::GetCapturedStderr();
-}
-
-/// The message of what `body` throws.
-template <typename Error, typename Body>
-std::string messageOf(Body body) {
-    try {
-        body();
-    } catch (const Error& error) {
-        return error.what();
-    }
-    return "nothing was thrown";
 }

@@ -65,13 +65,9 @@ TEST(Idn, ReportsWhatCannotBeConverted) {
     EXPECT_STREQ(idn_strerror(42), "Unknown error");
     // An unconvertible domain is not noticed.
     EXPECT_STREQ(kavro::CString(idn_email_toascii(("a@" + tooLong).c_str())).get(), "a@(null)");
-    const ChildResult safe = runInChild([&] {
-        errno = 0;
-        return idn_toascii_safe(tooLong.c_str()) == nullptr ? 2 : 3;
-    });
-    EXPECT_EQ(safe.status, 1);
-    EXPECT_EQ(safe.err, "idn_toascii_safe(" + tooLong + ") failed: Invalid length\n");
-    EXPECT_EQ(runInChild([] { return idn_url_toascii("/path") == nullptr ? 7 : 8; }).status, 7);
+    EXPECT_EXIT(idn_toascii_safe(tooLong.c_str()), ::testing::ExitedWithCode(1),
+                "^idn_toascii_safe\\(a*\\) failed: Invalid length\n");
+    EXPECT_EQ(idn_url_toascii("/path"), nullptr);
 }
 
 }  // namespace

@@ -3,19 +3,15 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
-#include <string>
 #include <vector>
 
+#include "process/subprocess.h"
+#include "util/c_memory.h"
 #include "util/log.h"
 
 inline std::string readFile(const std::string& path) {
@@ -31,9 +27,8 @@ inline void writeFile(const std::string& path, const std::string& text) {
 inline std::string accessOf(const std::string& path) {
     struct stat status {};
     EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
-    char text[64];
-    std::snprintf(text, sizeof text, "%04o %u:%u", status.st_mode & 07777U, status.st_uid, status.st_gid);
-    return text;
+    const kavro::CString text(asprintf_safe("%04o %u:%u", status.st_mode & 07777U, status.st_uid, status.st_gid));
+    return text.get();
 }
 
 /// A fresh directory for each test.
@@ -46,10 +41,7 @@ protected:
     ~ScratchTest() override { std::filesystem::remove_all(directory_); }
 
     std::string path(const std::string& name) const { return directory_ + "/" + name; }
-    std::ptrdiff_t entryCount() const {
-        using Iterator = std::filesystem::directory_iterator;
-        return std::distance(Iterator(directory_), Iterator());
-    }
+    std::ptrdiff_t entryCount() const { return std::distance(std::filesystem::directory_iterator(directory_), {}); }
 
 private:
     std::string directory_;
@@ -63,26 +55,8 @@ struct ChildResult {
 
 /// Runs `body` in a child process; its answer is the exit status unless it exits by itself.
 inline ChildResult runInChild(const std::function<int()>& body) {
-    char out[] = "/tmp/out-XXXXXX";
-    char err[] = "/tmp/err-XXXXXX";
-    const int outFd = ::mkstemp(out);
-    const int errFd = ::mkstemp(err);
-    std::fflush(nullptr);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::dup2(outFd, STDOUT_FILENO);
-        ::dup2(errFd, STDERR_FILENO);
-        ::_exit(body());
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    ChildResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(out), readFile(err)};
-    for (const int fd : {outFd, errFd}) {
-        ::close(fd);
-    }
-    std::filesystem::remove(out);
-    std::filesystem::remove(err);
-    return result;
+    const auto run = kavro::test::inSubprocess([&body] { ::_exit(body()); });
+    return {WIFEXITED(run.status) ? WEXITSTATUS(run.status) : -1, run.out, run.err};
 }
 
 /// Collects "priority text" of each logged message while it lives.
@@ -98,12 +72,11 @@ public:
 
 private:
     static void record(int priority, const char* format, ...) {
-        char text[2048];
         va_list args;
         va_start(args, format);
-        std::vsnprintf(text, sizeof text, format, args);
+        const kavro::CString text(vasprintf_safe(format, args));
         va_end(args);
-        messages.push_back(std::to_string(priority) + " " + text);
+        messages.push_back(std::to_string(priority) + " " + text.get());
     }
 
     void (*before_)(int, const char*, ...);

@@ -24,41 +24,33 @@ TEST_F(Trees, SizeCountsDirectoriesAndLinksButNotWhatLinksLeadTo) {
     writeFile(root + "/a/b/.two", std::string(70000, 'x'));
     std::filesystem::create_symlink("../../outside", root + "/a/file-link");
     std::filesystem::create_symlink("..", root + "/a/b/loop");
-    const std::string before = std::filesystem::current_path();
     for (const bool blocks : {false, true}) {
         long expected = lstatOf(root, blocks);
         for (const char* name : {"a", "a/b", "a/one", "a/b/.two", "a/file-link", "a/b/loop"}) {
             expected += lstatOf(root + "/" + name, blocks);
         }
         EXPECT_EQ(get_dir_size(root.c_str(), blocks ? 1 : 0), expected);
-        EXPECT_EQ(get_dir_size((root + "/a/file-link").c_str(), blocks ? 1 : 0),
-                  lstatOf(root + "/a/file-link", blocks));
+        EXPECT_EQ(get_dir_size(path("outside").c_str(), blocks ? 1 : 0), lstatOf(path("outside"), blocks));
     }
-    EXPECT_EQ(std::filesystem::current_path(), before);
     EXPECT_EQ(get_dir_size(path("missing").c_str(), 0), -1);
 }
 
 TEST_F(Trees, WorkingDirectoryIsFoundAgainAlsoWhenRemoved) {
-    const std::string origin = std::filesystem::current_path();
     std::filesystem::create_directory(path("gone"));
     std::filesystem::current_path(path("gone"));
     std::filesystem::remove(path("gone"));
-    {
+    for (const bool released : {false, true}) {
         kavro::WorkingDirectoryScope scope;
         EXPECT_FALSE(scope.enter(path("missing").c_str()));
+        EXPECT_EQ(std::filesystem::read_symlink("/proc/self/cwd"), path("gone") + " (deleted)");
         ASSERT_TRUE(scope.enter("/tmp"));
-        EXPECT_EQ(std::filesystem::current_path(), "/tmp");
+        if (released) {
+            scope.release();
+        }
         errno = EXDEV;
     }
     EXPECT_EQ(errno, EXDEV);
-    EXPECT_EQ(std::filesystem::read_symlink("/proc/self/cwd"), path("gone") + " (deleted)");
-    {
-        kavro::WorkingDirectoryScope scope;
-        ASSERT_TRUE(scope.enter("/tmp"));
-        scope.release();
-    }
     EXPECT_EQ(std::filesystem::current_path(), "/tmp");
-    std::filesystem::current_path(origin);
 }
 
 TEST_F(Trees, MadeDirectoriesGetModeAndOwnerWhateverTheUmask) {
@@ -70,26 +62,21 @@ TEST_F(Trees, MadeDirectoriesGetModeAndOwnerWhateverTheUmask) {
     EXPECT_EQ(accessOf(path("a/d")), "0711 0:34");
     EXPECT_EQ(make_dir_p(path("a").c_str(), 0700, 1, 1), 0);
     EXPECT_EQ(accessOf(path("a")), "2755 12:34");
-    writeFile(path("file"), "");
-    EXPECT_EQ(make_dir_p(path("file").c_str(), 0700, 0, 0), -1);
-    EXPECT_EQ(errno, ENOTDIR);
     ::umask(before);
 }
 
 TEST_F(Trees, RemovalTakesDeepTreesAndLeavesWhatLinksLeadTo) {
     const std::string root = path("root");
-    std::filesystem::create_directories(path("outside"));
-    writeFile(path("outside/kept"), "");
+    std::filesystem::create_directories(path("outside/kept"));
     std::filesystem::create_directory(root);
-    std::filesystem::create_directory_symlink(path("outside"), root + "/link");
-    const std::string origin = std::filesystem::current_path();
     std::filesystem::current_path(root);
+    std::filesystem::create_directory_symlink(path("outside"), "link");
     for (int level = 0; level < 500; ++level) {
         std::filesystem::create_directory("deeper");
         writeFile("file", "");
         std::filesystem::current_path("deeper");
     }
-    std::filesystem::current_path(origin);
+    std::filesystem::current_path("/");
     const ChildResult run = runInChild([&root] {
         const rlimit few{100, 100};
         ::setrlimit(RLIMIT_NOFILE, &few);
@@ -99,10 +86,6 @@ TEST_F(Trees, RemovalTakesDeepTreesAndLeavesWhatLinksLeadTo) {
     EXPECT_FALSE(std::filesystem::exists(root));
     EXPECT_TRUE(std::filesystem::exists(path("outside/kept")));
     EXPECT_EQ(rm_tree(root.c_str()), 0);
-    std::filesystem::create_directory_symlink(path("outside"), path("link"));
-    EXPECT_EQ(rm_tree(path("link").c_str()), 0);
-    EXPECT_EQ(rm_tree(path("outside/kept/x").c_str()), -1);
-    EXPECT_TRUE(std::filesystem::exists(path("outside/kept")));
 }
 
 }  // namespace

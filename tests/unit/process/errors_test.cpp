@@ -1,0 +1,129 @@
+// System errors and the owners that throw them; the error stream and the last reports; quoting of shell arguments.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+#include "process/descriptors.h"
+#include "process/error_stream.h"
+#include "process/report_exception.h"
+#include "process/shell_quote.h"
+#include "process/subprocess.h"
+#include "process/system_error.h"
+#include "process/traceback.h"
+
+namespace kavro {
+
+/// An exception of a later floor: with a text that may be missing, and a call stack.
+struct TracedError : std::exception, Traceback {
+    TracedError(const char* message, std::size_t skip) : Traceback(skip), text(message) {}
+    const char* what() const noexcept override { return text; }
+    const char* text;
+};
+
+namespace {
+
+using test::textOf;
+using ::testing::EndsWith;
+using ::testing::StartsWith;
+
+constexpr int kNotOpen = 900000;
+
+TEST(SystemErrorTest, TextIsTagAndReasonOrReasonAlone) {
+    EXPECT_STREQ(SystemError("", ENOENT).what(), "No such file or directory");
+    errno = EACCES;
+    const SystemError current("cwd chdir", 0);
+    EXPECT_EQ(current.code(), EACCES);
+    EXPECT_STREQ(current.what(), "cwd chdir: Permission denied");
+}
+
+TEST(SystemErrorTest, ArgumentAloneDecidesTheClass) {
+    EXPECT_THROW(throwSystemError("", EPERM), ExSystemError<EPERM>);
+    EXPECT_THROW(throwSystemError("", ENOENT), ExSystemError<ENOENT>);
+    EXPECT_THROW(throwSystemError("", EINTR), ExSystemError<EINTR>);
+    EXPECT_THROW(throwSystemError("", ECHILD), ExSystemError<ECHILD>);
+    EXPECT_EQ(textOf<ExSystemError<EAGAIN>>([] { throwSystemError("lock() failed", EAGAIN); }),
+              "lock() failed: Resource temporarily unavailable");
+    errno = ENOENT;
+    try {
+        throwSystemError("lock() failed", 0);
+    } catch (const SystemError& error) {
+        EXPECT_EQ(typeid(error), typeid(SystemError));
+        EXPECT_EQ(error.code(), ENOENT);
+    }
+}
+
+TEST(FdOwnerTest, FailedCloseIsReportedAndLeavesTheOwnerEmpty) {
+    EXPECT_EQ(textOf<SystemError>([] { const FdOwner owner(kNotOpen); }), "close: Bad file descriptor");
+    FdOwner owner(kNotOpen);
+    EXPECT_THROW(owner.close(), SystemError);
+    EXPECT_TRUE(owner.empty());
+    EXPECT_EQ(textOf<SystemError>([] {
+                  PipeOwner pipe;
+                  pipe.create("pipe");
+                  ::close(pipe.readEnd().get());
+              }),
+              "pipe read-end close: Bad file descriptor");
+}
+
+TEST(FdOwnerTest, UnwindingClosesQuietlyAndKeepsErrno) {
+    const int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    try {
+        const FdOwner open(fd);
+        const FdOwner bad(kNotOpen);
+        PipeOwner pipe;
+        pipe.create("pipe");
+        ::close(pipe.readEnd().get());
+        errno = ENOSPC;
+        throw 1;
+    } catch (int) {
+        EXPECT_EQ(errno, ENOSPC);
+    }
+    EXPECT_EQ(::fcntl(fd, F_GETFD), -1);
+}
+
+// As early as any other static constructor of a program.
+[[gnu::init_priority(103)]] const struct EarlyUser { bool good = uerr.good() && std::cout.good(); } early;
+
+TEST(ErrorStreamTest, StandardErrorAtOnceAndStandardOutputAtEachFlush) {
+    EXPECT_TRUE(early.good);
+    const auto result = test::inSubprocess([] {
+        uerr << "ab\xFF";
+        std::cout << "1 " << std::flush;
+        std::cerr << "| ";
+        uerr << std::endl << "not flushed";
+    });
+    EXPECT_EQ(result.err, "ab\xFF| \nnot flushed");
+    EXPECT_EQ(result.out, "1 ab\xFF\n");
+}
+
+TEST(ReportTest, FatalErrorNamesTypeAndTextAndSurvivesAMissingText) {
+    const auto result = test::inSubprocess([] {
+        reportException<std::exception>(SystemError("select", EINVAL));
+        reportUntypedException();
+        const TracedError original("text", 0);
+        reportException<std::exception>(TracedError(original));
+        reportException<std::exception>(TracedError(nullptr, 100));
+        test::require(uerr.fail(), "failure flag");
+    });
+    EXPECT_THAT(result.err, StartsWith("Fatal error: kavro::SystemError(select: Invalid argument)\n"
+                                       "UNSPECIFIED ERROR OCCURED\n"
+                                       "Fatal error: kavro::TracedError(text)\nTraceback:\n\t"));
+    EXPECT_THAT(result.err, EndsWith("\nFatal error: kavro::TracedError()\nTraceback addresses:\n"));
+    EXPECT_EQ(result.out, result.err) << result.status;
+}
+
+TEST(ShellQuoteTest, CharactersWithAMeaningAreQuotedOrRejected) {
+    EXPECT_EQ(sh_quote("a b\n"), "a\\ b'\n'");
+    EXPECT_EQ(sh_quote("\t\"#$&'()*;<>?[\\`|~"), "\\\t\\\"\\#\\$\\&\\'\\(\\)\\*\\;\\<\\>\\?\\[\\\\\\`\\|\\~");
+    const std::string plain = "!%+,-./09:=@AZ]^_az{}\r\x01\x7F";
+    EXPECT_EQ(sh_quote(plain + "\xC3\xA4"), plain + "\xC3\xA4");
+    EXPECT_NO_THROW(check_shell_arg(plain));
+    EXPECT_EQ(check_shell_arg_nothrow(nullptr), 1);
+    for (const char* text : {"a;b", "a\n", "a\xC3"}) {
+        EXPECT_EQ(textOf<std::runtime_error>([&] { check_shell_arg(text); }), "Internal error: bad escape_chars value");
+    }
+}
+
+}  // namespace
+}  // namespace kavro

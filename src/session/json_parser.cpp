@@ -2,6 +2,8 @@
 // and the error text have files of their own.
 #include "session/json_parser.h"
 
+#include <malloc.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -18,9 +20,20 @@ void* default_allocate(void* /*user_data*/, std::size_t size) {
     return std::malloc(size);
 }
 
-// Plain is enough: the C library grows a large block, also one item at a time, mostly where it is.
+/// The size to ask for. A large block is asked for with room to spare, or the kernel would be called for each page that
+/// it grows by. The spare part is not touched, so it costs no memory.
+std::size_t roomy(std::size_t size) {
+    constexpr std::size_t large = 64UL * 1024;
+    return size < large ? size : size + size / 8;
+}
+
+// Arrays grow by one item at a time, a million times for a large document: what fits into the block is answered without
+// asking for it.
 void* default_reallocate(void* /*user_data*/, void* pointer, std::size_t size) {
-    return std::realloc(pointer, size);
+    if (pointer == nullptr) {
+        return std::malloc(size);
+    }
+    return size <= ::malloc_usable_size(pointer) ? pointer : std::realloc(pointer, roomy(size));
 }
 
 void default_free(void* /*user_data*/, void* pointer) {

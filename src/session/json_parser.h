@@ -48,7 +48,7 @@ enum sj_error : int {
     SJ_CONSTRAINT = 23
 };
 
-/// malloc(3), realloc(3) and free(3).
+/// malloc(3), realloc(3) and free(3), without user data. A block that is large enough already is left as it is.
 void sj_set_default_util_funcs(sj_util_funcs* funcs);
 /// Null for a null text or no memory. `text` must be writable and outlive every string read from it; null `funcs`
 /// means the default ones.

@@ -1,6 +1,7 @@
 // Creation of database and key, and their owners and modes.
 #include "auth/auth_setup.h"
 
+#include <fcntl.h>
 #include <libgen.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -17,6 +18,8 @@
 #include "auth/auth_schema.h"
 #include "auth/password_cipher.h"
 #include "auth/secret.h"
+#include "process/descriptors.h"
+#include "process/retry.h"
 #include "util/accounts.h"
 #include "util/c_file.h"
 #include "util/directory_tree.h"
@@ -71,19 +74,25 @@ int createDBPath(const char* path) try {
     return -1;
 }
 
-/// Owner and group, then mode. 0, or -1, logged.
-int setAccess(const char* path, uid_t owner, gid_t group, mode_t mode) {
-    if (::chown(path, owner, group) == -1) {
+/// Owner and group, then mode. 0, or -1, logged. `how` is of open(2): the database's directory belongs to its owner,
+/// who could put a link in the place of a file there. No connection to the database may be open: closing any descriptor
+/// of a file gives up all locks that the process has on it.
+int setAccess(const char* path, int how, uid_t owner, gid_t group, mode_t mode) {
+    kavro::FdOwner file(
+        kavro::retryInterrupted([&] { return ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | how); }));
+    if (file.empty() || ::fchown(file.get(), owner, group) == -1) {
         kavro_log(KAVRO_LOG_CRITICAL, "chown(\"%s\", %d, %d) failed: %s", path, static_cast<int>(owner),
                   static_cast<int>(group), std::strerror(errno));
+        file.close_nothrow();
         return -1;
     }
-    if (::chmod(path, mode) == -1) {
+    const int changed = ::fchmod(file.get(), mode);
+    if (changed == -1) {
         kavro_log(KAVRO_LOG_CRITICAL, "chmod(\"%s\", %04o) failed: %s", path, static_cast<unsigned>(mode),
                   std::strerror(errno));
-        return -1;
     }
-    return 0;
+    file.close_nothrow();
+    return changed;
 }
 
 /// Who owns what in the style. 0, or -1 for a missing account.
@@ -193,12 +202,12 @@ int mailAuthDBSetAccess(uid_t owner, gid_t group, mode_t mode, uid_t dir_owner, 
         kavro_log(KAVRO_LOG_CRITICAL, "Invalid mail authentication DB path %s", mailAuthDB);
         return -1;
     }
-    if (setAccess(directory.c_str(), dir_owner, dir_group, dir_mode) == -1) {
+    if (setAccess(directory.c_str(), O_DIRECTORY, dir_owner, dir_group, dir_mode) == -1) {
         return -1;
     }
-    return setAccess(mailAuthDB, owner, group, mode);
+    return setAccess(mailAuthDB, O_NOFOLLOW, owner, group, mode);
 }
 
 int mailAuthKeySetAccess(uid_t owner, gid_t group, mode_t mode) {
-    return setAccess(mailAuthKey, owner, group, mode);
+    return setAccess(mailAuthKey, O_NOFOLLOW, owner, group, mode);
 }

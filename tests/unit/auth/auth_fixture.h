@@ -1,5 +1,4 @@
-// What the tests of this floor share: a directory of their own with database and key, plain SQL beside the operations,
-// and the log lines as "<priority>: <text>".
+// A directory of its own with database and key for each test, plain SQL, and the log lines as "<priority>: <text>".
 #pragma once
 
 #include <gmock/gmock.h>
@@ -10,6 +9,7 @@
 #include <cstdarg>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -25,44 +25,38 @@ inline std::string textOf(const kavro::CString& owned) {
 
 class AuthTest : public ::testing::Test {
 protected:
+    static inline std::vector<std::string> logged;
+
     AuthTest() {
         useFiles(directory + "/passwd.db", directory + "/passwd_db_key");
-        logged().clear();
+        logged.clear();
         kavro_log = keepLine;
     }
-    ~AuthTest() override {
-        kavro_log = _kavro_utility_log;
-        std::filesystem::remove_all(directory);
-    }
+    ~AuthTest() override { std::filesystem::remove_all(directory); }
 
     static void useFiles(const std::string& database, const std::string& key) {
         mailAuthDBSetPath(database.c_str());
         mailAuthKeySetPath(key.c_str());
     }
-    static void writeKey(std::size_t size, unsigned char first = 0) {
-        std::ofstream file(mailAuthKey, std::ios::binary);
-        for (std::size_t i = 0; i < size; ++i) {
-            file.put(static_cast<char>(first + i));
-        }
-    }
-    static std::vector<std::string>& logged() {
-        static std::vector<std::string> lines;
-        return lines;
+    static void writeKey(std::size_t size, char first = 0) {
+        std::string key(size, first);
+        std::iota(key.begin(), key.end(), first);
+        std::ofstream(mailAuthKey, std::ios::binary) << key;
     }
     static void keepLine(int priority, const char* format, ...) {
         va_list args;
         va_start(args, format);
-        logged().push_back(std::to_string(priority) + ": " + textOf(kavro::CString(vasprintf_safe(format, args))));
+        logged.push_back(std::to_string(priority) + ": " + textOf(kavro::CString(vasprintf_safe(format, args))));
         va_end(args);
     }
 
     /// All rows, columns joined by "|", rows by a blank; the error's text when it fails.
     static std::string sql(const std::string& statement) {
         sqlite3* database = nullptr;
-        std::string rows;
         sqlite3_open(mailAuthDB, &database);
-        const auto append = [](void* target, int count, char** values, char** /*names*/) {
-            auto& all = *static_cast<std::string*>(target);
+        std::string rows;
+        const auto append = [](void* target, int count, char** values, char**) {
+            std::string& all = *static_cast<std::string*>(target);
             for (int i = 0; i < count; ++i) {
                 all += (i > 0 ? "|" : all.empty() ? "" : " ") + std::string(values[i] != nullptr ? values[i] : "NULL");
             }
@@ -85,5 +79,10 @@ protected:
     AuthDatabaseTest() {
         EXPECT_EQ(mailAuthDBInit(), 0);
         writeKey(40);
+    }
+    static std::string users() {
+        return sql(
+            "SELECT u.name || '@' || d.name, userPassword, cmusaslsecretPLAIN, u.status FROM users u, domains d "
+            "WHERE u.dom_id = d.id ORDER BY d.name, u.name");
     }
 };

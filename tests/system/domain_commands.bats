@@ -8,12 +8,6 @@ setup() {
   remember
 }
 
-# mx COMMAND...: runs it on the sample's session document and expects silent success.
-mx() {
-  with "$SAMPLE" mxadmin "$@"
-  [ "$status $out$err" = "0 " ] || { echo "status $status: $out$err"; return 1; }
-}
-
 @test "--add-domain writes its records, clears those of a former alias of that name, and sets default quotas" {
   postmap -r -i hash:$TABLES/virtual <<<$'odd@other.test a@b.test,new@new.test\t ,c@d.other'
   remember

@@ -136,6 +136,12 @@ with() {
   err=$(cat /tmp/err)
 }
 
+# mx COMMAND...: runs it on the sample's session document and expects silent success.
+mx() {
+  with "$SAMPLE" mxadmin "$@"
+  [ "$status $out$err" = "0 " ] || { echo "status $status: $out$err"; return 1; }
+}
+
 # A stand-in for postmap: the text of a shell script in which "real" calls the real one. A counter of calls is kept in
 # /tmp/postmap-calls, so that a script can fail the n-th: [ "$call" = 3 ] && exit 1.
 replace_postmap() {
@@ -154,6 +160,13 @@ EOF
 
 restore_postmap() {
   [ ! -e /usr/sbin/postmap.real ] || mv -f /usr/sbin/postmap.real /usr/sbin/postmap
+}
+
+# What is printed when an undo fails: critical TABLE
+critical() {
+  printf 'CRITICAL ERROR: Unable to properly restore %s used by Kavro.\n' "$1"
+  printf 'Mail system may be not usable at the moment and it cannot be repaired automatically.\n'
+  printf 'Constact Norvalent support to resolve this issue.\n'
 }
 
 # Lines of the state, each with a sign in front: "+" or "-".

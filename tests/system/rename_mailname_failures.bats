@@ -10,11 +10,6 @@ setup() {
 teardown() { restore_postmap; }
 
 rename() { ZCP_PASSWORD=x with "$SAMPLE" mxadmin --rename-mailname --domain-name=d.test --old-mailname=info "--new-mailname=$1"; }
-critical() {
-  printf 'CRITICAL ERROR: Unable to properly restore %s used by Kavro.\n' "$1"
-  printf 'Mail system may be not usable at the moment and it cannot be repaired automatically.\n'
-  printf 'Constact Norvalent support to resolve this issue.\n'
-}
 
 @test "a failing table step puts the steps before it back" {
   local call

@@ -1,0 +1,85 @@
+# What the tables promise, by mail through a running Postfix: who gets it, and who is refused at RCPT.
+load helpers
+. "$BATS_TEST_DIRNAME/../../scripts/lib/postfix.bash"
+
+# One Postfix serves all tests. It trusts no client, so that a domain that is not its own is refused.
+setup_file() {
+  mxrepair --init >/dev/null
+  start_postfix 3>&-
+  postconf -e mynetworks=192.0.2.1/32
+  export SMTP_PORT
+}
+teardown_file() { stop_postfix; }
+
+setup() {
+  reset_stores
+  make_sample
+}
+
+# delivered TO HOME: one message to the address arrives in that home's Maildir, and in no other.
+delivered() {
+  rm -f $MAIL_ROOT/*/*/Maildir/new/*
+  smtp_send sender@example.org "$1" "to $1" >/dev/null || { tail -n 5 $POSTFIX_LOG; return 1; }
+  wait_for_mail "$MAIL_ROOT/$2/Maildir" "to $1" >/dev/null
+  same "messages to $1" 1 "$(find $MAIL_ROOT -path '*/new/*' | wc -l)"
+}
+
+# refused TO ANSWER
+refused() { same "answer to RCPT TO:<$1>" "$2" "$(smtp_send sender@example.org "$1" refused)"; }
+unknown() { refused "$1" "550 5.1.1 <$1>: Recipient address rejected: User unknown in virtual $2 table"; }
+foreign() { refused "$1" "454 4.7.1 <$1>: Relay access denied"; }
+
+@test "mailnames, mail aliases and lists get their mail, also under domain aliases; unknown names are refused" {
+  postmap -r -i hash:$TABLES/vmailbox <<<'news@d.test d.test/bob/Maildir/'
+  reload_postfix
+  local domain
+  for domain in d.test a1.test a2.test; do
+    delivered info@$domain d.test/info
+    delivered sales@$domain d.test/info
+    delivered news@$domain d.test/bob
+  done
+  unknown nobody@d.test mailbox
+  unknown nobody@a1.test alias
+}
+
+@test "mail to unknown names of an alias goes to its catch-all, not that to known ones" {
+  mx --add-domain-alias --domain-name=d.test --domain-alias-name=n.test --set-catchall --email=bob@d.test
+  reload_postfix
+  delivered nobody@n.test d.test/bob
+  delivered info@n.test d.test/info
+}
+
+@test "the bounce program gets exactly the text of the bounce, line feeds as blanks" {
+  local text
+  printf '#!/bin/sh\n{ echo $#; printf "%%s|" "$@"; } >/tmp/bounce.new; mv /tmp/bounce.new /tmp/bounce\n' |
+    install -m 0755 /dev/stdin /usr/lib/kavro-9.0/bouncemessage
+  for text in '' '$(id)' '\' ' $1 "' \
+    $'It\'s "gone" for $HOME, `id`;\n\n\\back\\\\slash\\n & (x) <y> | ~ * ? [z] {a,b} #!%^= +-é:end\\'; do
+    mx --add-domain-alias --domain-name=d.test --domain-alias-name=n.test --set-bounce ${text:+"--phrase=$text"}
+    rm -f /tmp/bounce
+    reload_postfix
+    smtp_send sender@example.org nobody@n.test bounced >/dev/null
+    for _ in $(seq 100); do [ ! -e /tmp/bounce ] || break; sleep 0.1; done
+    same "arguments for <$text>" "${text:+1}"$'\n'"${text//$'\n'/ }|" "$(sed 's/^0$//' /tmp/bounce)"
+    mx --del-domain-alias --domain-name=d.test --domain-alias-name=n.test
+  done
+}
+
+@test "a disabled domain is not Postfix's own any more, until it is enabled again" {
+  mx --turn-off-domain --domain-name=d.test
+  reload_postfix
+  foreign info@d.test
+  foreign info@a1.test
+  mx --turn-on-domain --domain-name=d.test --set-reject
+  reload_postfix
+  delivered info@d.test d.test/info
+  delivered sales@a1.test d.test/info
+}
+
+@test "a renamed domain gets its mail under the new name only; its aliases go on" {
+  mx --rename-domain --old-domain-name=d.test --new-domain-name=new.test
+  reload_postfix
+  delivered info@new.test new.test/info
+  delivered bob@a1.test new.test/bob
+  foreign info@d.test
+}

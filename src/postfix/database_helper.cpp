@@ -7,6 +7,7 @@
 
 #include "postfix/postfix_errors.h"
 #include "postfix/postmap.h"
+#include "util/utf8.h"
 
 namespace kavro::mail::postfix {
 
@@ -20,11 +21,11 @@ bool isPlainKey(const std::string& key) {
 }
 
 /// postmap reads back exactly this record: no comment, no key with quotes around blanks, no escaped separator, one
-/// line.
+/// line, and nothing but UTF-8, without which it drops the line with a warning and status 0.
 bool isPlainRecord(const std::string& key, const std::string& value) {
     return isPlainKey(key) && key.front() != '#' && key.back() != '\\' && key.find('"') == std::string::npos &&
            value.find_first_not_of(kWhiteSpace) != std::string::npos && value.find('\n') == std::string::npos &&
-           value.find('\0') == std::string::npos;
+           value.find('\0') == std::string::npos && isUtf8(key) && isUtf8(value);
 }
 
 /// The outcome of a run by keys: one that is not there makes postmap fail without an error line.

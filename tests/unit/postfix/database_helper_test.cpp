@@ -126,6 +126,9 @@ TEST_F(DatabaseHelperTest, FailedRunsCarryTheDiagnosticsAndChangeNothing) {
 TEST_F(DatabaseHelperTest, RefusesWhatPostmapWouldReadAsSomethingElse) {
     usePostmap("");
     Records bad{{"a@x", ""}, {"a@x", " \t"}, {"a@x", "v\nb@x v"}, {std::string("a\0b", 3), "v"}};
+    for (const char* latin : {"caf\xe9", "\xc3", "\xe0\x80\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xc3\xa9\xa9"}) {
+        bad.emplace_back("a@x", latin);
+    }
     for (const char* key : {"", "a b@x", "a\v@x", "a@x v\nb@x", "#a@x", "\"a@x", "a\\"}) {
         bad.emplace_back(key, "v");
     }
@@ -141,8 +144,8 @@ TEST_F(DatabaseHelperTest, RefusesWhatPostmapWouldReadAsSomethingElse) {
         EXPECT_THROW(DatabaseHelper::removeRecord(kVirtualTable, key), PostfixDatabaseError);
     }
     EXPECT_EQ(runs(), "");
-    DatabaseHelper::addRecord(kVirtualTable, "a#b@x", "\"|cmd 'x' \\\"\", #c");
-    EXPECT_EQ(dump(kVirtualTable), (Table{{"a#b@x", "\"|cmd 'x' \\\"\", #c"}}));
+    DatabaseHelper::addRecord(kVirtualTable, "a#b@x", "\"|cmd 'x' \\\"\", #c é€\xf0\x9f\x93\xa7");
+    EXPECT_EQ(dump(kVirtualTable), (Table{{"a#b@x", "\"|cmd 'x' \\\"\", #c é€\xf0\x9f\x93\xa7"}}));
 }
 
 TEST_F(DatabaseHelperTest, TextSourceIsNeverWrittenThroughALeftover) {

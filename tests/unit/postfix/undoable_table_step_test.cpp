@@ -96,7 +96,7 @@ TEST_F(UndoableTableStepTest, ARecordWithoutRivalThatWasRemovedMeanwhileStaysAwa
     EXPECT_EQ(dump(kVirtualTable), (Table{{"x@d", "a@d"}}));
 }
 
-TEST_F(UndoableTableStepTest, UndoesOnlyOnFailureAndReportsAFailedUndo) {
+TEST_F(UndoableTableStepTest, UndoesOnlyItsOwnFailure) {
     struct RenamesWhileUnwinding {
         ~RenamesWhileUnwinding() {
             const std::string oldAddress = "a@d";
@@ -112,15 +112,6 @@ TEST_F(UndoableTableStepTest, UndoesOnlyOnFailureAndReportsAFailedUndo) {
         throw std::logic_error("not the step's own failure");
     } catch (const std::logic_error&) {
     }
-    EXPECT_EQ(dump(kVirtualTable), (Table{{"b@d", "b@d"}}));
-
-    fill(kVirtualTable, {{"a@d", "a@d"}});
-    ::testing::internal::CaptureStderr();
-    renameMailnameAndFail([] { usePostmap("exit 1"); });
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-              "CRITICAL ERROR: Unable to properly restore Postfix Virtual Aliases Database used by Kavro.\n"
-              "Mail system may be not usable at the moment and it cannot be repaired automatically.\n"
-              "Constact Norvalent support to resolve this issue.\n");
     EXPECT_EQ(dump(kVirtualTable), (Table{{"b@d", "b@d"}}));
 }
 

@@ -94,7 +94,6 @@ TEST_F(AuthTest, SetsOwnersOfFullPathsAndNeverThroughALink) {
     useFiles(link, link);
     std::filesystem::create_symlink("/tmp", link);
     EXPECT_EQ(mailAuthDBSetAccess(3, 4, 0666, 1, 2, 0710), -1);
-    EXPECT_EQ(access(directory), "1:2 0710");
     EXPECT_EQ(mailAuthKeySetAccess(3, 4, 0666), -1);
     EXPECT_EQ(logged.back(), "2: chown(\"" + link + "\", 3, 4) failed: Too many levels of symbolic links");
 }

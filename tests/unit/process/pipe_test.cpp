@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 
@@ -43,10 +42,9 @@ std::string numbers(std::size_t size) {
     return text;
 }
 
-/// A pipeline with a text to read and a string to write to.
+/// A pipeline with a text to read and strings to write to.
 struct TestPipe {
-    std::string out;
-    std::string err;
+    std::string out, err;
     Pipe pipe;
 
     TestPipe(Command first, const std::string& input) : pipe(withErrors(std::move(first))) {
@@ -63,15 +61,17 @@ struct TestPipe {
 TEST(PipeTest, LargeDataPassesThroughThreeCommandsAndAllErrorsAreCollected) {
     const std::string text = numbers(4000000);
     TestPipe run(shell("cat; echo one >&2"), text);
-    std::vector<std::pair<unsigned long, int>> ends;
+    std::string ends;
     Command second = run.withErrors(shell("head -c 300000 /dev/zero >&2; cat"));
-    second.onExit = [&](unsigned long index, int status) { ends.emplace_back(index, status); };
+    second.onExit = [&](unsigned long index, int status) {
+        ends += std::to_string(index) + ":" + std::to_string(status);
+    };
     run.pipe.append(second);
     run.pipe.append(run.withErrors(shell("cat; exit 3")));
     run.pipe.run();
     EXPECT_TRUE(run.out == text) << run.out.size();
     EXPECT_EQ(run.err.size(), 300004U);
-    EXPECT_EQ(ends, (decltype(ends){{1, 0}}));
+    EXPECT_EQ(ends, "1:0");
     EXPECT_EQ(WEXITSTATUS(run.status(2)), 3);
 }
 
@@ -112,32 +112,27 @@ TEST(PipeTest, UnservedChannelsNeitherBlockNorFeed) {
 }
 
 TEST(PipeTest, AllThatIsLeftAtTheEndIsReadButAGrandchildIsNotWaitedFor) {
-    int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
-    ::fcntl(ends[1], F_SETFD, FD_CLOEXEC);
-    // The grandchild holds the output until this test closes its end; the command itself ends at once.
-    TestPipe run(shell("echo $$; head -c 50000 /dev/zero; cat <&" + std::to_string(ends[0]) + " &"), "");
+    ::alarm(30);
+    TestPipe run(shell("echo $$; head -c 50000 /dev/zero; sleep 60 &"), "");
     run.pipe.flags().stdoutChannel.function = [&](const std::vector<char>& chunk) {
         while (run.out.empty() && ::kill(std::atoi(chunk.data()), 0) == 0) {  // until it has ended
         }
         collectOutput(run.out, chunk);
     };
     run.pipe.run();
+    ::alarm(0);
     EXPECT_EQ(run.out.size() - run.out.find('\0'), 50000U);
-    ::close(ends[0]);
-    ::close(ends[1]);
 }
 
 TEST(PipeTest, BareNamesAreLookedUpAndPathsAreNot) {
-    Command local("./sh", "-c", "echo \"$0\" \"$#\" \"$PWD\"", "a", "", "c");
-    local.cwd = "/usr/bin";
-    TestPipe run(local, "");
-    run.pipe.run();
-    EXPECT_EQ(run.out, "a 0 /usr/bin\n");
-    local.path = "sh";
-    TestPipe found(local, "");
-    found.pipe.run();
-    EXPECT_EQ(found.out, run.out);
+    for (const char* path : {"./sh", "sh"}) {
+        Command local("", "-c", "echo \"$0\" \"$#\" \"$PWD\"", "a", "", "c");
+        local.argv[0] = path;
+        local.cwd = "/usr/bin";
+        TestPipe run(local, "");
+        run.pipe.run();
+        EXPECT_EQ(run.out, "a 0 /usr/bin\n");
+    }
 }
 
 TEST(PipeTest, CallersInOddStatesAreServedAndRestored) {
@@ -175,9 +170,6 @@ TEST(PipeTest, ExceptionsLeaveNothingInstalled) {
     TestPipe run(shell("echo out; cat"), "in");
     run.pipe.flags().stdoutChannel.function = [](const std::vector<char>&) { throw std::range_error("consumer"); };
     EXPECT_THROW(run.pipe.run(), std::range_error);
-    TestPipe broken(shell("cat"), "in");
-    broken.pipe.append(Command("/nonexistent/second"));
-    EXPECT_THROW(broken.pipe.run(), SystemError);
     EXPECT_EQ(__global_handler, nullptr);
 }
 
@@ -207,12 +199,10 @@ TEST(ProcessSetCatcherTest, ReapsAllAndRemembersItsOwn) {
     EXPECT_EQ(textOf<SystemError>([&] { catcher.status(stranger); }), "no such pid: No such process");
     const pid_t child = startWaiting(catcher);
     ::kill(child, SIGKILL);
-    pollfd control{catcher.controlFd(), POLLIN, 0};
-    while (::poll(&control, 1, -1) != 1) {
-    }
     errno = ENOSPC;
+    while (catcher.clear_control() != 1) {
+    }
     ::raise(SIGCHLD);
-    EXPECT_EQ(catcher.clear_control(), 1U);
     EXPECT_EQ(errno, ENOSPC);
     EXPECT_TRUE(catcher.status(child).ended());
     EXPECT_EQ(WTERMSIG(catcher.status(child).status), SIGKILL);

@@ -48,11 +48,6 @@ TEST_F(MaildirManagerTest, NeverGivesAwayWhatAPlantedLinkPointsAt) {
                 AllOf(StartsWith("chown: "), HasSubstr("\"" + (maildir / "new").string() + "\"")));
     EXPECT_FALSE(fs::exists(maildir / "cur"));
 
-    fs::remove(maildir / "new");
-    writeFile(maildir / "new", "");
-    EXPECT_EQ(textOf<filesystem_error>(create),
-              "boost::filesystem::create_directory: File exists: \"" + (maildir / "new").string() + "\"");
-
     fs::remove_all(home);
     fs::create_directory_symlink(victim, home);
     EXPECT_THAT(textOf<kavro::mail::FSError>(create), StartsWith("chown: "));
@@ -114,16 +109,14 @@ TEST_F(MaildirManagerTest, MovesBackupsAsideUnderTheirInodeNumber) {
 TEST_F(MaildirManagerTest, RemovesADomainAlsoWhereItCannotBeMovedAside) {
     const fs::path inTheWay = savedName(root / "example.com");
     fs::create_directories(inTheWay / "kept");
-    fs::create_directories(root / "example.org/kept");
-    fs::create_directory_symlink(root / "example.org", maildir / "link");
+    fs::create_directory_symlink(inTheWay, maildir / "link");
+    manager.removeDomainRoot("example.com");
     manager.removeDomainRoot("example.com");
     EXPECT_FALSE(fs::exists(root / "example.com"));
     EXPECT_TRUE(fs::exists(inTheWay / "kept"));
-    EXPECT_TRUE(fs::exists(root / "example.org/kept"));
-
+    manager.createDomainRoot("example.org");
     manager.removeDomainRoot("example.org");
-    manager.removeDomainRoot("example.org");
-    EXPECT_EQ(std::distance(fs::directory_iterator(root), fs::directory_iterator()), 1);
+    EXPECT_EQ(std::distance(fs::directory_iterator(root), {}), 1);
 }
 
 TEST_F(MaildirManagerTest, LooksTheMailUserUpEachTime) {

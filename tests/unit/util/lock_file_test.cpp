@@ -7,7 +7,6 @@
 #include <array>
 
 #include "process/system_error.h"
-#include "util/semaphore.h"
 #include "util/support.h"
 
 namespace {
@@ -51,28 +50,10 @@ TEST_F(Locks, BusyLockFailsAtOnceWhenNotWaitedFor) {
 }
 
 TEST_F(Locks, HashedFileIsNamedByTheDigestOfTheName) {
-    mk_lock_t* lower = mk_lock("abc", 1);
-    mk_lock_t* upper = mk_nonblock_lock("ABC", 1);
-    EXPECT_STREQ(lower->path, "/var/lock/files/900150983cd24fb0d6963f7d28e17f72");
-    EXPECT_EQ(is_locked(upper), 1);
-    EXPECT_NE(::fcntl(lower->fd, F_GETFD) & FD_CLOEXEC, 0);
-    EXPECT_EQ(rm_lock(upper), 0);
-    EXPECT_EQ(rm_lock(lower), 0);
-}
-
-TEST_F(Locks, SemaphoresExcludeByNumber) {
-    std::filesystem::remove_all("/opt/zcp/var");
-    init_sem();
-    EXPECT_EQ(accessOf("/opt/zcp/var/utilities.sem"), "0600 0:0");
-    sem_lock(7);
-    const auto answerToChild = [](long n) { return runInChild([n] { return sem_lock_nonblock(n) + 5; }).status; };
-    EXPECT_EQ(answerToChild(7), 4);
-    EXPECT_EQ(answerToChild(6), 5);
-    sem_unlock(7);
-    EXPECT_EQ(answerToChild(7), 5);
-    EXPECT_EXIT(sem_lock(-1), ::testing::ExitedWithCode(1),
-                "^sem_lock\\(\\) failed for semnum -1: semnum must not be negative\n");
-    shutdown_sem();
+    mk_lock_t* lock = mk_lock("abc", 1);
+    EXPECT_STREQ(lock->path, "/var/lock/files/900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_NE(::fcntl(lock->fd, F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_EQ(rm_lock(lock), 0);
 }
 
 }  // namespace

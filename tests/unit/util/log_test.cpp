@@ -2,6 +2,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -29,7 +30,7 @@ TEST(MessageReporter, AppendsTheSystemErrorOfEntryOnBothStreamsAndKeepsErrno) {
 TEST(MessageReporter, DropsASystemErrorThatDoesNotFitWhole) {
     const std::string suffix = "\nSystem error 2: No such file or directory";
     const std::size_t longest = 4095 - suffix.size();
-    for (const std::size_t length : {longest, longest + 1, std::size_t{4095}, std::size_t{4096}, std::size_t{5000}}) {
+    for (const std::size_t length : {longest, longest + 1, std::size_t{4096}}) {
         const std::string text(length, 'x');
         const ChildResult run = runInChild([&text] {
             errno = ENOENT;
@@ -40,21 +41,18 @@ TEST(MessageReporter, DropsASystemErrorThatDoesNotFitWhole) {
 }
 
 TEST(LogHook, ConsoleLocationsDecideAboutStreamsAndTheLevelAboutPriorities) {
-    struct {
-        const char* location;
-        int level, priority;
-        const char *err, *out;
-    } const cases[] = {{"CONSOLE", 6, 6, "text 1\n", "text 1\n"},
-                       {"console", 6, 7, "", ""},
-                       {"StdErr", 4, 4, "text 1\n", ""},
-                       {"file", 6, 2, "", ""}};
-    for (const auto& c : cases) {
-        const ChildResult run = runInChild([&c] {
-            kavro_log_init(c.location, c.level, 16, 0, "mxadmin");
-            kavro_log(c.priority, "text %d", 1);
+    const std::vector<std::array<const char*, 3>> cases = {
+        {"CONSOLE", "0\n4\n", "0\n4\n"}, {"StdErr", "0\n4\n", ""}, {"file", "", ""}};
+    for (const auto& [location, err, out] : cases) {
+        const ChildResult run = runInChild([where = location] {
+            kavro_log_init(where, 4, 16, 0, "mxadmin");
+            for (const int priority : {0, 4, 5}) {
+                kavro_log(priority, "%d", priority);
+            }
             return 0;
         });
-        EXPECT_EQ(run.err + "|" + run.out, std::string(c.err) + "|" + c.out) << c.location << c.priority;
+        EXPECT_EQ(run.err, err) << location;
+        EXPECT_EQ(run.out, out) << location;
     }
 }
 

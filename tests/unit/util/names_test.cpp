@@ -50,10 +50,8 @@ TEST(Idn, ConvertsTheDomainAndNothingElse) {
     EXPECT_EQ(kavro::idn::emailToAscii("postmaster"), "postmaster");
     EXPECT_STREQ(kavro::CString(idn_email_toascii("jürgen@bücher.example")).get(), "jürgen@xn--bcher-kva.example");
     EXPECT_EQ(idn_email_toascii("postmaster"), nullptr);
-    EXPECT_STREQ(kavro::CString(idn_toutf8("xn--bcher-kva")).get(), "bücher");
     EXPECT_STREQ(idn_url_toascii("https://user:pw@bücher.example:8443/a@b?c"),
                  "https://user:pw@xn--bcher-kva.example:8443/a@b?c");
-    EXPECT_STREQ(idn_url_toascii("bücher.example"), "xn--bcher-kva.example");
 }
 
 TEST(Idn, ReportsWhatCannotBeConverted) {
@@ -67,7 +65,6 @@ TEST(Idn, ReportsWhatCannotBeConverted) {
     EXPECT_STREQ(kavro::CString(idn_email_toascii(("a@" + tooLong).c_str())).get(), "a@(null)");
     EXPECT_EXIT(idn_toascii_safe(tooLong.c_str()), ::testing::ExitedWithCode(1),
                 "^idn_toascii_safe\\(a*\\) failed: Invalid length\n");
-    EXPECT_EQ(idn_url_toascii("/path"), nullptr);
 }
 
 }  // namespace

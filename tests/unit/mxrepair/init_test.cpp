@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -70,11 +70,11 @@ root:root 755 domain_rename domainkeys files handlers kavro kavro-9.0 mail qmail
 TEST(Init, NeverMakesHalfOfDatabaseAndKey) {
     init();
     for (const std::string lost : {"passwd.db", "passwd_db_key"}) {
-        shell("cd " + kTables + " && mv " + lost + " aside");
+        std::filesystem::rename(kTables + lost, kTables + "aside");
         const std::string before = contents();
         EXPECT_THROW(init(), std::runtime_error) << lost;
         EXPECT_EQ(contents(), before);
-        shell("cd " + kTables + " && mv aside " + lost);
+        std::filesystem::rename(kTables + "aside", kTables + lost);
     }
 }
 

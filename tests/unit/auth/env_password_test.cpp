@@ -49,7 +49,8 @@ TEST(EnvPassword, BuffersAreFilledOnceAndHoldAHashOfThePlainOne) {
     setBoth("plain", "hash");
     const std::string made = get_env_crypted_password();
     EXPECT_TRUE(made.size() == 34 && made.starts_with("$1$"));
-    EXPECT_EQ(made, ::crypt("plain", made.c_str()));
+    static struct crypt_data work;
+    EXPECT_EQ(made, ::crypt_rn("plain", made.c_str(), &work, sizeof(work)));
     EXPECT_TRUE(::getenv("ZCP_PASSWORD") == nullptr && ::getenv("ZCP_CRYPTED_PASSWORD") == nullptr);
     setBoth(std::string(5000, 'p').c_str(), "hash");
     EXPECT_EQ(get_env_crypted_password(), made);

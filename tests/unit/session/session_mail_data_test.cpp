@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -80,6 +81,7 @@ TEST_F(SessionTest, DocumentsAreRefusedAtTheFirstFault) {
         {domain + R"("name":"a.b","dom_aliases":[],"maillists":[]}})", 14, 56},
         {domain + R"("mails":[],"dom_aliases":[],"maillists":[]}})", 14, 54},
         {mail + R"("aliases":[]}]}})", 14, 34},
+        {mail + R"("name":""}]}})", 23, 30, "Mailname is not valid"},
         {mail + R"("name":")" + std::string(246, 'a') + R"("}]}})", 23, 276, "Mailname is not valid"},
         {mail + R"("mbox_quota":-2}]}})", 23, 36, "Mailbox quota value is out of bounds"},
         {mail + R"("mbox_quota_unit":"mb"}]}})", 23, 43, "Mailbox quota unit value is invalid"},
@@ -88,10 +90,12 @@ TEST_F(SessionTest, DocumentsAreRefusedAtTheFirstFault) {
     };
     for (const auto& row : cases) {
         logged.clear();
+        errno = EPERM;  // from before; no part of the message
         EXPECT_EQ(read(row.document), row.error) << row.document;
         ASSERT_EQ(logged.size(), 1U) << row.document;
         EXPECT_THAT(logged[0], ::testing::StartsWith("3: Session mail DB info parsing error: ")) << row.document;
         EXPECT_THAT(logged[0], HasSubstr(row.detail + ". Error occured at offset " + std::to_string(row.offset) + ","));
+        EXPECT_THAT(logged[0], ::testing::EndsWith("'. "));
         EXPECT_TRUE(session_mail_db_info == nullptr && session_mail_db_json == nullptr);
     }
 }
@@ -139,6 +143,8 @@ TEST_F(SessionTest, ArraysGrowItemByItemAndEveryFailedAllocationIsReported) {
         mail_db_data_t* object = create_mail_db_data_object(parser);
         ASSERT_EQ(object == nullptr, n == 0);
         EXPECT_TRUE(n == 0 || parse_mail_db_data_object(parser, object) == (n < allocations ? 20 : 0)) << n;
+        EXPECT_TRUE(n == 0 || object->mails_count == 0 || object->mails[object->mails_count - 1].name != nullptr)
+            << "only whole records count";
         free_mail_db_data_object(parser, object);
         sj_free_parser(parser);
         EXPECT_THAT(hooks.blocks, IsEmpty()) << n;

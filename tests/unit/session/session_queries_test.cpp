@@ -9,7 +9,8 @@ namespace {
 /// The answer's strings, each with a comma behind it; "null" and "failed" stand for the other outcomes.
 template <typename... Names>
 std::string ask(int (*query)(void*, char***, Names...), Names... names) {
-    char** answer = nullptr;
+    char* unwritten[] = {nullptr};
+    char** answer = unwritten;
     if (query(nullptr, &answer, names...) != 0) {
         return "failed";
     }

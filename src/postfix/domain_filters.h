@@ -7,14 +7,15 @@ namespace kavro::mail::postfix {
 
 /// The item is the domain, or an address in it; with `subdomains` also whatever ends in "." and the domain.
 inline bool liesInDomain(const std::string& item, const std::string& domain, bool subdomains) {
-    if (item.size() < domain.size() || item.compare(item.size() - domain.size(), domain.size(), domain) != 0) {
+    if (item.size() < domain.size()) {
         return false;
     }
-    if (item.size() == domain.size()) {
-        return true;
+    const std::size_t start = item.size() - domain.size();
+    // The byte in front first: it alone settles nearly every item of a large table.
+    if (start != 0 && item[start - 1] != '@' && !(subdomains && item[start - 1] == '.')) {
+        return false;
     }
-    const char before = item[item.size() - domain.size() - 1];
-    return before == '@' || (subdomains && before == '.');
+    return item.compare(start, domain.size(), domain) == 0;
 }
 
 /// Drops what lies in the domain.

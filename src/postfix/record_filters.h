@@ -4,7 +4,7 @@
 // strings are members and keep their memory.
 #pragma once
 
-#include <cctype>
+#include <algorithm>
 #include <cstring>
 #include <iostream>
 #include <ostream>
@@ -15,10 +15,13 @@
 
 namespace kavro::mail::postfix::database {
 
-/// Separator of list elements.
+/// Separator of list elements: a comma, or what isspace(3) finds in the C locale.
 inline bool isListSep(char c) {
-    return c == ',' || std::isspace(static_cast<unsigned char>(c)) != 0;
+    return c == ',' || c == ' ' || (c >= '\t' && c <= '\r');
 }
+
+/// Separator of key and value. An object, so that algorithms inline it.
+inline constexpr auto isKeySep = [](char c) { return c == ' ' || c == '\t'; };
 
 /// A line's key and value; empty value: there is none. Views into the line.
 struct RecordView {
@@ -28,16 +31,17 @@ struct RecordView {
 
 /// Cuts a line at its first run of blanks and tabs; the value ends before trailing ones. False for a line without any.
 inline bool splitRecord(std::string_view line, RecordView& record) {
-    constexpr std::string_view kSeparators = " \t";
-    const std::size_t keyEnd = line.find_first_of(kSeparators);
-    if (keyEnd == std::string_view::npos) {
+    const auto keyEnd = std::find_if(line.begin(), line.end(), isKeySep);
+    if (keyEnd == line.end()) {
         return false;
     }
-    record.key = line.substr(0, keyEnd);
-    const std::size_t valueStart = line.find_first_not_of(kSeparators, keyEnd);
-    record.value = valueStart == std::string_view::npos
-                       ? std::string_view()
-                       : line.substr(valueStart, line.find_last_not_of(kSeparators) + 1 - valueStart);
+    record.key = std::string_view(line.begin(), keyEnd);
+    const auto valueStart = std::find_if_not(keyEnd, line.end(), isKeySep);
+    auto valueEnd = line.end();
+    while (valueEnd != valueStart && isKeySep(valueEnd[-1])) {
+        --valueEnd;
+    }
+    record.value = std::string_view(valueStart, valueEnd);
     return true;
 }
 
@@ -55,33 +59,40 @@ public:
             const void* lineFeed = std::memchr(position, '\n', static_cast<std::size_t>(end - position));
             if (lineFeed == nullptr) {
                 pending_.append(position, end);
-                return;
+                break;
             }
             pending_.append(position, static_cast<const char*>(lineFeed));
             finishLine();
             position = static_cast<const char*>(lineFeed) + 1;
         }
+        writeKept();
     }
 
     /// To be called after the dump: its last line may lack a line feed.
     void filterTail() {
         if (!pending_.empty()) {
             finishLine();
+            writeKept();
         }
     }
 
 private:
     void finishLine() {
         if (filter_(pending_)) {
-            pending_ += '\n';
-            out_->write(pending_.data(), static_cast<std::streamsize>(pending_.size()));
+            kept_.append(pending_).append(1, '\n');
         }
         pending_.clear();
     }
 
+    void writeKept() {
+        out_->write(kept_.data(), static_cast<std::streamsize>(kept_.size()));
+        kept_.clear();
+    }
+
     LineFilter filter_;
     std::ostream* out_;
-    std::string pending_;
+    std::string pending_;  ///< the beginning of a line
+    std::string kept_;     ///< lines to be written
 };
 
 /// Line filter: runs one filter on the key and one on the value. What it keeps comes out as key, one blank, value.

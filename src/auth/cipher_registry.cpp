@@ -95,11 +95,13 @@ bool createNode(const std::string& name, const char* keyPath) {
 std::forward_list<cipher_ctx_node> gen_ciphers_list;
 
 void cphr_load_library() {
-    // Its configuration file is not for us, and filling its table of all names costs more than all else we ask of it:
-    // ciphers are fetched by name instead. Its own clean-up at exit would only free memory.
+    // Its configuration file is not for us, and filling its tables of all names and of the texts of all errors, which
+    // nobody asks for, costs more than all else we ask of it: ciphers are fetched by name instead. Its own clean-up at
+    // exit would only free memory.
     static const bool kLoaded = [] {
-        OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ADD_ALL_CIPHERS |
-                                OPENSSL_INIT_NO_ADD_ALL_DIGESTS | OPENSSL_INIT_NO_ATEXIT,
+        OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_LOAD_CRYPTO_STRINGS |
+                                OPENSSL_INIT_NO_ADD_ALL_CIPHERS | OPENSSL_INIT_NO_ADD_ALL_DIGESTS |
+                                OPENSSL_INIT_NO_ATEXIT,
                             nullptr);
         return std::atexit(cphr_atexit_cleanup) == 0;
     }();

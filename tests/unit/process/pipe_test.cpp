@@ -101,16 +101,6 @@ TEST(PipeTest, UnreadInputIsAnErrorUnlessTheCommandFailedItself) {
     EXPECT_EQ(std::signal(SIGPIPE, SIG_DFL), SIG_DFL);  // restored
 }
 
-TEST(PipeTest, UnservedChannelsNeitherBlockNorFeed) {
-    Command command = shell("cat; head -c 300000 /dev/zero; head -c 300000 /dev/zero >&2");
-    command.stderrChannel.fd = PIPE;
-    Pipe pipe(command);
-    pipe.flags().stdinChannel.fd = PIPE;
-    pipe.flags().stdoutChannel.fd = PIPE;
-    pipe.run();
-    EXPECT_EQ(pipe.statuses().at(0).status, 0);
-}
-
 TEST(PipeTest, AllThatIsLeftAtTheEndIsReadButAGrandchildIsNotWaitedFor) {
     ::alarm(30);
     TestPipe run(shell("echo $$; head -c 50000 /dev/zero; sleep 60 &"), "");
@@ -142,11 +132,8 @@ TEST(PipeTest, CallersInOddStatesAreServedAndRestored) {
         ::alarm(60);  // A lost signal would be waited for without end.
         const rlimit limit{20000, 20000};
         test::require(::setrlimit(RLIMIT_NOFILE, &limit) == 0, "limit");
-        const auto occupyUpTo = [](int last) {
-            while (::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3) < last) {
-            }
-        };
-        occupyUpTo(2000);
+        while (::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3) < 2000) {
+        }
         ::close_range(STDIN_FILENO, STDERR_FILENO, 0);
         const std::string text = numbers(200000);
         TestPipe run(shell("cat; echo err >&2; exit 4"), text);
@@ -158,12 +145,8 @@ TEST(PipeTest, CallersInOddStatesAreServedAndRestored) {
         ::sigprocmask(SIG_BLOCK, nullptr, &mask);
         test::require(::sigismember(&mask, SIGCHLD) == 1, "mask restored");
         test::require(std::signal(SIGCHLD, SIG_DFL) == SIG_IGN, "action restored");
-        occupyUpTo(16384);
-        TestPipe tooMany(shell("cat"), text);
-        std::cout << textOf<SystemError>([&] { tooMany.pipe.run(); }) << std::endl;
     });
     EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_EQ(result.err, "select: Invalid argument\n");
 }
 
 TEST(PipeTest, ExceptionsLeaveNothingInstalled) {

@@ -32,13 +32,13 @@ TEST_F(DotqmailTest, DetectsTheServerAndRemembersOnlyOneFound) {
         const bool failed = detectImapPop3Server() == -1 && *getImapPop3ServerHumanReadableName() == '\0';
         std::fputs(logged.c_str(), stderr);
         fs::permissions(COURIER, fs::perms::group_exec);
-        const bool found = detectImapPop3Server() == 0;
-        fs::remove(COURIER);
-        return failed && found && getImapPop3ServerPkgctlComponentName() == std::string("courier-imap") &&
-               dotqmail_reset(file.c_str()) == 0 && dotqmail_add_delivery(file.c_str()) == 0;
+        const bool found =
+            detectImapPop3Server() == 0 && fs::remove(COURIER) && dotqmail_add_delivery(file.c_str()) == 0;
+        return failed && found && getImapPop3ServerPkgctlComponentName() == std::string("courier-imap");
     };
     expectDetected(1);
     writeFile(COURIER, "");
+    dotqmail.reset();
     EXPECT_EXIT(std::_Exit(courierLater()), ExitedWithCode(1),
                 "^3 Unable to detect IMAP/POP3 server type - LDA is present at '/usr/bin/deliverquota' but is not a "
                 "regular file or is not executable\n");
@@ -49,8 +49,6 @@ TEST_F(DotqmailTest, DetectsTheServerAndRemembersOnlyOneFound) {
 
 TEST_F(DotqmailTest, KeepsOneLinePerDirective) {
     constexpr auto ANYWHERE = kavro::mail::DotQMailManager::Position::First;
-    dotqmail.addRedirect("a@example.org", ANYWHERE);
-    EXPECT_EQ(readFile(file), "&a@example.org\n");
     writeFile(file, "longer than what follows\n");
     dotqmail.reset();
     dotqmail.enableDelivery();
@@ -68,14 +66,12 @@ TEST_F(DotqmailTest, KeepsOneLinePerDirective) {
     dotqmail.removeRedirect("B@b\u00fccher.test");
     EXPECT_EQ(rm_mn_forward("info", "example.com", "a@example.org"), 0);
     EXPECT_EQ(readFile(file), "./Maildir/x\n| true\n");
-    EXPECT_EQ(remove_mailname_delivery("in fo", "example.com"), -1);
 }
 
 TEST_F(DotqmailTest, FailsWithoutHarm) {
     const std::string unable = "unable to modify " + file.string() + ": ";
     EXPECT_THAT(textOf<kavro::SystemError>([&] { dotqmail.disableDelivery(); }), StartsWith(unable));
     EXPECT_EQ(logged, "4 Unable to remove old delivery strings from '" + file.string() + "'\n");
-    EXPECT_EQ(dotqmail_add_forward(file.c_str(), "no-address"), -1);
     EXPECT_FALSE(fs::exists(file));
 
     writeFile(root / "victim", "kept");
@@ -87,10 +83,8 @@ TEST_F(DotqmailTest, FailsWithoutHarm) {
 
     fs::remove(file);
     run("cd " + home.string() + "; mount -t tmpfs -o size=64k none . && cat /dev/zero 2>/dev/null >$PWD/fill || true");
-    logged.clear();
-    EXPECT_EQ(dotqmail_reset(file.c_str()), -1);
-    EXPECT_EQ(errno, ENOSPC);
-    EXPECT_EQ(logged, "3 Unable to write to '" + file.string() + "': No space left on device\n");
+    EXPECT_EQ(textOf<kavro::SystemError>([&] { dotqmail.reset(); }), unable + "No space left on device");
+    EXPECT_THAT(logged, HasSubstr("3 Unable to write to '" + file.string() + "': No space left on device\n"));
     EXPECT_FALSE(fs::exists(file));
     run("umount " + home.string());
 }
@@ -101,7 +95,6 @@ TEST_F(DotqmailTest, NamesPathsInLowerCaseRootIncluded) {
                 HasSubstr("Either domain name 'example.com' or mailname 'info' are too long to "
                           "store mailname home path in the provided buffer\n"));
     EXPECT_EQ(get_mailhome_path(path, home.string().size() + 1, "info", "example.com"), 0);
-    EXPECT_EQ(get_dotqmail_path(path, sizeof path, "info", "a/b"), -1);
     run("echo KAVRO_MAILNAMES_D /srv/Mail >/etc/zcp/zcp.conf");
     const auto configured = [&] {
         return get_dotqmail_path(path, sizeof path, "Info", "Example.COM") == 0 &&

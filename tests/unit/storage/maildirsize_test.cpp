@@ -11,7 +11,6 @@
 #include "util/dir_size.h"
 
 namespace fs = std::filesystem;
-using ::testing::ExitedWithCode;
 using ::testing::HasSubstr;
 
 class MaildirsizeTest : public StorageTest {
@@ -34,7 +33,6 @@ TEST_F(MaildirsizeTest, WritesLimitsLessAttachmentsAndTheUsageCounted) {
         EXPECT_EQ(quotaFile(), std::to_string(limit) + "S,0C\n           5           1\n") << quota;
     }
     EXPECT_EQ(describe(maildir / "maildirsize"), "100644 popuser");
-    EXPECT_TRUE(fs::is_empty(maildir / "tmp"));
     EXPECT_EQ(fs::current_path(), "/");
     writeFile(home / "@attachments/big", std::string(1500, 'x'));
     const long filled = get_dir_size((home / "@attachments").c_str(), 0);
@@ -51,17 +49,8 @@ TEST_F(MaildirsizeTest, ReportsWhyAMailboxGetsNoQuota) {
     EXPECT_EQ(report("nobody"),
               "unable to change to mbox folder /var/qmail/mailnames/example.com/nobody: No such file or directory\n"
               "System error 2: No such file or directory\n");
-    EXPECT_THAT(report(".."), HasSubstr("'..'"));
     // 33 characters of root and domain, then the name.
     EXPECT_EQ(report(std::string(4096 - 33, 'a')), "domain and/or user name too long to be stored on the filesystem\n");
-    ASSERT_EQ(::chown((home / "@attachments").c_str(), 0, 0), 0);
-    const auto asMailUser = [&] {
-        const passwd* user = ::getpwnam("popuser");
-        return ::setegid(user->pw_gid) == 0 && ::seteuid(user->pw_uid) == 0 &&
-               store_mbox_quota("example.com", "info", 1) == 0 && fs::current_path() == home;
-    };
-    EXPECT_EXIT(std::_Exit(asMailUser()), ExitedWithCode(1), "unable to count attachments folder size");
-    EXPECT_FALSE(fs::exists(maildir / "maildirsize"));
 }
 
 TEST_F(MaildirsizeTest, KeepsTheOldFileOnAFullDisk) {
@@ -125,10 +114,8 @@ TEST_F(MaildirsizeTest, BelievesWellFormedFilesOnly) {
         {"100x,5C\n1\t  2\n", "1: 100 5: 1 2"},
         {fill(5120), "1: 0 0: 1 2"},
         {fill(5121), unknown},
-        {"100S,5C\n1 2", "0: 100 5: 44 1"},
         {"100S,5C\n1 -1\n", "0: 100 5: 44 1"},
         {"100x5C\n", unknown + " corrupted"},
-        {"100S,5Cx\n", unknown + " corrupted"},
         {"100S,5C", unknown + " corrupted"},
         {"-1S,5C\n1 2\n", "0: -1 5: 44 1 corrupted"},
     };
@@ -152,13 +139,12 @@ TEST_F(MaildirsizeTest, BelievesWellFormedFilesOnly) {
 }
 
 TEST_F(MaildirsizeTest, StopsAMessageAboveEitherLimit) {
-    const std::string directory = maildir.string();
     writeFile(maildir / "maildirsize", "100S,5C\n60 2\n");
-    EXPECT_EQ(check_maildirpp_overquota(directory.c_str(), 40, 3), 0);
-    EXPECT_EQ(check_maildirpp_overquota(directory.c_str(), 41, 1), 1);
-    EXPECT_EQ(check_maildirpp_overquota(directory.c_str(), 1, 4), 1);
+    EXPECT_EQ(check_maildirpp_overquota(maildir.c_str(), 40, 3), 0);
+    EXPECT_EQ(check_maildirpp_overquota(maildir.c_str(), 41, 1), 1);
+    EXPECT_EQ(check_maildirpp_overquota(maildir.c_str(), 1, 4), 1);
     writeFile(maildir / "maildirsize", "0S,0C\n60 2\n");
-    EXPECT_EQ(check_maildirpp_overquota(directory.c_str(), UINT64_MAX, LONG_MAX), 0);
+    EXPECT_EQ(check_maildirpp_overquota(maildir.c_str(), UINT64_MAX, LONG_MAX), 0);
 }
 
 TEST_F(MaildirsizeTest, ShowsMailAndAttachments) {
@@ -169,39 +155,29 @@ TEST_F(MaildirsizeTest, ShowsMailAndAttachments) {
     writeFile(maildir / "maildirsize", "0S,0C\n700 1\n");
     EXPECT_EQ(get_mbox_size("info", "example.com", 1),
               static_cast<std::uint64_t>(get_dir_size(store.c_str(), 1)) + 700);
-    fs::remove_all(store);
-    EXPECT_EQ(get_mbox_size("info", "example.com", 0), 700U);
     EXPECT_THAT(reportOf([] { EXPECT_EQ(get_mbox_size("nobody", "example.com", 0), 0U); }),
                 HasSubstr("Unable to calculate Maildir++ size: No such file or directory"));
-    // Root, domain, two slashes and "@attachments" take 46 characters.
-    EXPECT_EXIT(get_mbox_size(std::string(4096 - 46, 'a').c_str(), "example.com", 0), ExitedWithCode(1),
-                "user mailbox path is too long");
-    EXPECT_EXIT(get_mbox_size("..", "example.com", 0), ExitedWithCode(1), "'..'");
+    EXPECT_EXIT(get_mbox_size("..", "example.com", 0), ::testing::ExitedWithCode(1), "'..'");
 }
 
 TEST_F(MaildirsizeTest, StoresTheDefaultWhereThereIsNoQuotaOfItsOwn) {
     auto& quotas = kavro::mail::MaildirPPManager::getInstance();
-    mail_db_mail_t mails[] = {
-        {"B", 0, "zero", 0, 0, nullptr}, {"B", -1, "info", 0, 0, nullptr}, {"B", -1, "gone", 0, 0, nullptr}};
+    mail_db_mail_t mails[] = {{"B", 0, "zero", 0, 0, nullptr}, {"B", -1, "info", 0, 0, nullptr}};
     mail_db_data_t data = {};
     data.mails = mails;
     data.mails_count = 2;
     data.domain_name = "example.com";
-    data.domain_quota = 7000;
     session_mail_db_info = &data;
     fs::remove(home / "@attachments");
     quotas.setDomainQuota("example.com", 3000);
     EXPECT_EQ(quotaFile(), "3000S,0C\n" + nothing);
-    quotas.setMailboxQuota("example.com", "info", -1);
-    EXPECT_EQ(quotaFile(), "7000S,0C\n" + nothing);
     quotas.removeDomainQuota("example.com");
     EXPECT_EQ(quotaFile(), "0S,0C\n" + nothing);
     EXPECT_EQ(textOf<kavro::mail::FSError>([&] { quotas.setDomainQuota("other.test", 1); }),
               "unable to store domain quota: Success: \"/var/qmail/mailnames/other.test\"");
-    data.mails_count = 3;
+    mails[0].quota = -1;
     EXPECT_EQ(store_default_mbox_quota("example.com", 99), 0);
-    EXPECT_THAT(logged, HasSubstr("3 Session mail DB info is invalid, expected one for domain 'other.test', got "
-                                  "'example.com'\n3 Unable to set default mbox quota for domain 'example.com' "
-                                  "(processing 'gone')\n"));
+    EXPECT_THAT(logged,
+                HasSubstr("\n3 Unable to set default mbox quota for domain 'example.com' (processing 'zero')\n"));
     session_mail_db_info = nullptr;
 }

@@ -5,6 +5,7 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <regex>
 
 #include "util/support.h"
 
@@ -14,15 +15,14 @@ TEST(MessageReporter, AppendsTheSystemErrorOfEntryOnBothStreamsAndKeepsErrno) {
     const ChildResult run = runInChild([] {
         errno = ENOENT;
         messlog2(0, 0, "cannot %s", "open");
-        errno = errno == ENOENT ? 0 : errno;
-        messlog2(0, 0, "plain\n");
         PROGNAME = "/usr/sbin/tool";
-        errno = EPERM;
+        messlog2(0, 0, "second\n");
+        errno = 0;
         return messlog2(3, 1, "last");
     });
     EXPECT_EQ(run.out,
-              "cannot open\nSystem error 2: No such file or directory\nplain\n"
-              "tool: last\nSystem error 1: Operation not permitted\n");
+              "cannot open\nSystem error 2: No such file or directory\n"
+              "tool: second\n\nSystem error 2: No such file or directory\ntool: last\n");
     EXPECT_EQ(run.err, run.out);
     EXPECT_EQ(run.status, 3);
 }
@@ -77,8 +77,7 @@ TEST(LogHook, SystemLogGetsFacilityIdentifierAndProcessId) {
     char text[256] = "";
     EXPECT_GT(::recv(log, text, sizeof text - 1, MSG_DONTWAIT), 0);
     EXPECT_EQ(std::string(text).substr(0, 4), "<19>");  // mail, error
-    EXPECT_NE(std::string(text).find(" mxadmin["), std::string::npos);
-    EXPECT_NE(std::string(text).find("]: failed: why"), std::string::npos);
+    EXPECT_TRUE(std::regex_search(text, std::regex(" mxadmin\\[[0-9]+\\]: failed: why")));
     EXPECT_EQ(::recv(log, text, sizeof text, MSG_DONTWAIT), -1);
     EXPECT_NE(run.err.find("]: failed: why\n"), std::string::npos);
     ::close(log);

@@ -50,8 +50,7 @@ TEST(Idn, ConvertsTheDomainAndNothingElse) {
     EXPECT_EQ(kavro::idn::emailToAscii("postmaster"), "postmaster");
     EXPECT_STREQ(kavro::CString(idn_email_toascii("jürgen@bücher.example")).get(), "jürgen@xn--bcher-kva.example");
     EXPECT_EQ(idn_email_toascii("postmaster"), nullptr);
-    EXPECT_STREQ(idn_url_toascii("https://user:pw@bücher.example:8443/a@b?c"),
-                 "https://user:pw@xn--bcher-kva.example:8443/a@b?c");
+    EXPECT_STREQ(idn_url_toascii("https://a:b@bücher.example:1/c@d"), "https://a:b@xn--bcher-kva.example:1/c@d");
 }
 
 TEST(Idn, ReportsWhatCannotBeConverted) {
@@ -61,8 +60,6 @@ TEST(Idn, ReportsWhatCannotBeConverted) {
     EXPECT_THAT([&] { kavro::idn::toAscii(tooLong); },
                 ::testing::ThrowsMessage<kavro::idn::IdnaError>("Invalid length"));
     EXPECT_STREQ(idn_strerror(42), "Unknown error");
-    // An unconvertible domain is not noticed.
-    EXPECT_STREQ(kavro::CString(idn_email_toascii(("a@" + tooLong).c_str())).get(), "a@(null)");
     EXPECT_EXIT(idn_toascii_safe(tooLong.c_str()), ::testing::ExitedWithCode(1),
                 "^idn_toascii_safe\\(a*\\) failed: Invalid length\n");
 }

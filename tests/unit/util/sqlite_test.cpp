@@ -68,15 +68,13 @@ TEST_F(Sqlite, AnswersTellNullFromEmptyAndFailuresTheirText) {
     EXPECT_FALSE(none.execute("SELECT 1") || SqliteStatement(none).prepare("SELECT 1"));
     EXPECT_FALSE(none.open(path("missing").c_str(), SqliteConnection::Access::kReadOnly));
     EXPECT_STREQ(none.errorText(), "unable to open database file");
-    EXPECT_FALSE(none.isOpen());
-    EXPECT_FALSE(std::filesystem::exists(path("missing")));
+    EXPECT_FALSE(none.isOpen() || std::filesystem::exists(path("missing")));
 
     SqliteConnection connection;
     ASSERT_TRUE(connection.open(database().c_str(), SqliteConnection::Access::kReadOnly));
     EXPECT_FALSE(connection.execute("INSERT INTO t(v) VALUES('x')"));
     SqliteStatement statement(connection);
     ASSERT_TRUE(statement.prepare("SELECT ?, ?, ?"));
-    EXPECT_FALSE(statement.bind(4, 1));
     ASSERT_TRUE(statement.bind(1, static_cast<const char*>(nullptr)) && statement.bind(2, "") &&
                 statement.bind(3, sqlite3_int64{1} << 40));
     ASSERT_EQ(statement.step(), SQLITE_ROW);

@@ -47,16 +47,13 @@ private:
     std::string directory_;
 };
 
-struct ChildResult {
-    int status;  ///< exit status; -1 for a death by signal
-    std::string out;
-    std::string err;
-};
+using ChildResult = kavro::test::Captured;
 
-/// Runs `body` in a child process; its answer is the exit status unless it exits by itself.
+/// Runs `body` in a child process; its answer is the exit status unless it exits by itself (-1 for a death by signal).
 inline ChildResult runInChild(const std::function<int()>& body) {
-    const auto run = kavro::test::inSubprocess([&body] { ::_exit(body()); });
-    return {WIFEXITED(run.status) ? WEXITSTATUS(run.status) : -1, run.out, run.err};
+    ChildResult run = kavro::test::inSubprocess([&body] { ::_exit(body()); });
+    run.status = WIFEXITED(run.status) ? WEXITSTATUS(run.status) : -1;
+    return run;
 }
 
 /// Collects "priority text" of each logged message while it lives.

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "auth/auth_paths.h"
+#include "auth/env_password.h"
 #include "frontend/command_handlers.h"
 #include "frontend/exit_status.h"
 #include "frontend/usage.h"
@@ -24,10 +25,10 @@ constexpr int kPostfixStyle = 1;
 constexpr Command kCommands[] = {
     {"--add-mailname", mxadmin_commands::addMailname},
     {"--remove-mailname", mxadmin_commands::removeMailname},
-    {"--rename-mailname", mxadmin_commands::renameMailname},
-    {"--add-mailbox", mxadmin_commands::addMailbox},
+    {"--rename-mailname", mxadmin_commands::renameMailname, true},
+    {"--add-mailbox", mxadmin_commands::addMailbox, true},
     {"--remove-mailbox", mxadmin_commands::removeMailbox},
-    {"--set-password", mxadmin_commands::setPassword},
+    {"--set-password", mxadmin_commands::setPassword, true},
     {"--add-alias", mxadmin_commands::addAlias},
     {"--remove-alias", mxadmin_commands::removeAlias},
     {"--add-domain", mxadmin_commands::addDomain},
@@ -63,6 +64,10 @@ int do_main(int argc, char** argv) {
         std::find_if(std::begin(kCommands), std::end(kCommands), [&](const Command& row) { return word == row.word; });
     if (command == std::end(kCommands)) {
         mxadmin_commands::wrongUsage("invalid command " + std::string(word));
+    }
+    if (!command->takesPassword) {
+        // Read and forgotten: no child of a command that has no use for a password shall inherit it.
+        const PasswordAccessor unused;
     }
     mailAuthDBSelectStyle(kPostfixStyle);
     return command->handler(argc - 1, argv + 1);

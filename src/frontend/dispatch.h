@@ -10,6 +10,7 @@ using CommandHandler = int (*)(int argc, char** argv);
 struct Command {
     const char* word;
     CommandHandler handler;
+    bool takesPassword = false;  ///< reads the password from the environment itself
 };
 
 std::span<const Command> commandTable();

@@ -42,7 +42,7 @@ holds() { grep -qaF -- "${2:$((${#2} > 20 ? -20 : 0))}" "$1"; }
   for password in "${PASSWORDS[@]}"; do
     rm -f /tmp/seen
     for command in '--rename-mailname --old-mailname=info --new-mailname=chef' '--add-mailbox --mailname=chef' \
-      '--rename-mailname --old-mailname=chef --new-mailname=info'; do
+      '--rename-mailname --old-mailname=chef --new-mailname=info' '--add-mailname --mailname=info'; do
       with "$SAMPLE" env "$password" "ZCP_CRYPTED_PASSWORD=${password#*=}" PROOF=of-search \
         mxadmin $command --domain-name=d.test
       [ "$status$err" = 0 ]

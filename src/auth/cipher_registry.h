@@ -47,7 +47,7 @@ int kavro_cipher_init(const char* name, const char* key_path);
 void kavro_cipher_cleanup(const char* name);
 /// Newly allocated text form; null on failure. The scheme must be available.
 char* kavro_cipher_encrypt(const char* name, const char* plain);
-/// The same by specification: "$<scheme>", with "$<IV>" behind it to use an IV of the caller's.
+/// The same by a scheme text: "$<scheme>", with "$<IV>" behind it to use an IV of the caller's.
 char* kavro_cipher_crypt(const char* plain, const char* spec);
 /// Newly allocated plain text, which the caller wipes and frees; null on failure and for an empty text.
 char* kavro_cipher_decrypt(const char* stored);

@@ -85,7 +85,7 @@ char* kavro_cipher_crypt(const char* plain, const char* spec) {
     if (const std::string::size_type end = name.find(kSeparator); end != std::string::npos) {
         callerIv = name.substr(end + 1);
         name.resize(end);
-        // A whole stored value serves as a specification too: its ciphertext is left out.
+        // A whole stored value serves as a scheme text too: its ciphertext is left out.
         callerIv.resize(std::min(callerIv.rfind(kSeparator), callerIv.size()));
     }
     cipher_ctx_node* node = cphr_find_cipher_ctx_node(name.c_str());

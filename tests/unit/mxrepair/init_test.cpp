@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 
 namespace {
@@ -64,17 +63,6 @@ root:root 755 domain_rename domainkeys files handlers kavro kavro-9.0 mail qmail
         EXPECT_EQ(std::count(report.begin(), report.end(), '\n'), 1) << report;
         EXPECT_EQ(rights(), before);
         EXPECT_EQ(contents(path), others);
-    }
-}
-
-TEST(Init, NeverMakesHalfOfDatabaseAndKey) {
-    init();
-    for (const std::string lost : {"passwd.db", "passwd_db_key"}) {
-        std::filesystem::rename(kTables + lost, kTables + "aside");
-        const std::string before = contents();
-        EXPECT_THROW(init(), std::runtime_error) << lost;
-        EXPECT_EQ(contents(), before);
-        std::filesystem::rename(kTables + "aside", kTables + lost);
     }
 }
 

@@ -2,7 +2,6 @@
 #include "postfix/database_helper.h"
 
 #include <gmock/gmock.h>
-#include <sys/mount.h>
 
 #include <list>
 
@@ -154,22 +153,6 @@ TEST_F(DatabaseHelperTest, TextSourceIsNeverWrittenThroughALeftover) {
     replace();
     EXPECT_EQ(outputOf("cat /tmp/precious"), "precious");
     EXPECT_EQ(dump(kVirtualTable), (Table{{"new@x", "v"}}));
-}
-
-TEST_F(DatabaseHelperTest, AFullDiskLeavesTheTableAndNoTextSource) {
-    ASSERT_EQ(::mount("tmpfs", kTablesDirectory.c_str(), "tmpfs", 0, "size=400k"), 0);
-    Table records;
-    for (int i = 0; i < 2000; ++i) {
-        records["name" + std::to_string(i) + "@y"] = std::string(30, 'v');
-    }
-    fill(kVirtualTable, records);
-    std::ofstream(kTablesDirectory / "ballast.db") << std::string(400000, ' ');
-    EXPECT_THROW(filter(), std::ios_base::failure);
-    EXPECT_FALSE(std::filesystem::exists(kTablesDirectory / "virtual"));
-    EXPECT_EQ(dump(kVirtualTable), records);
-    std::filesystem::remove(kTablesDirectory / "ballast.db");
-    EXPECT_NO_THROW(filter());
-    EXPECT_EQ(::umount(kTablesDirectory.c_str()), 0);
 }
 
 TEST_F(DatabaseHelperTest, NoStandingRecordIsLostWhileOthersAdd) {

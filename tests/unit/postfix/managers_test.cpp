@@ -155,16 +155,6 @@ TEST_F(ManagersTest, TheHostsOwnRecordsGiveWayAndComeBack) {
     EXPECT_EQ(dump(kVirtualTable), (Table{{host, "1"}, {"i@" + host, "i@d.test"}}));
     DomainManager::renameDomainAlias(host, "alias.test");
     EXPECT_EQ(dump(kVirtualTable), joined({ofHost, {{"alias.test", "1"}, {"i@alias.test", "i@d.test"}}}));
-
-    const Table before = dump(kVirtualTable);
-    EXPECT_THROW(DomainManager::renameDomain("none.test", upper), boost::filesystem::filesystem_error);
-    EXPECT_EQ(dump(kVirtualTable), before);
-    fill(kVirtualTable, {{"i@" + host, "i@e"}});
-    EXPECT_THROW(DomainManager::renameDomain(host, "new.test"), boost::filesystem::filesystem_error);
-    EXPECT_EQ(dump(kVirtualTable), (Table{{"i@" + host, "i@e"}}));
-    fs::create_directory(kMailRoot / host);
-    DomainManager::renameDomain(host, "new.test");
-    EXPECT_EQ(dump(kVirtualTable), joined({ofHost, {{"i@new.test", "i@e"}}}));
 }
 
 }  // namespace

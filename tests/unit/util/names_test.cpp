@@ -59,7 +59,6 @@ TEST(Idn, ReportsWhatCannotBeConverted) {
     EXPECT_EQ(idn_errno, IDNA_INVALID_LENGTH);
     EXPECT_THAT([&] { kavro::idn::toAscii(tooLong); },
                 ::testing::ThrowsMessage<kavro::idn::IdnaError>("Invalid length"));
-    EXPECT_STREQ(idn_strerror(42), "Unknown error");
     EXPECT_EXIT(idn_toascii_safe(tooLong.c_str()), ::testing::ExitedWithCode(1),
                 "^idn_toascii_safe\\(a*\\) failed: Invalid length\n");
 }

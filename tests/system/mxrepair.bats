@@ -21,7 +21,6 @@ teardown() { [ ! -e /tmp/postmap ] || mv /tmp/postmap /usr/sbin/postmap; }
 }
 
 @test "half of database and key, a file in the way and a missing postmap are told, and nothing is replaced" {
-  local pair
   for pair in "passwd.db passwd_db_key" "passwd_db_key passwd.db"; do
     mv $TABLES/${pair% *} /tmp/lost
     with "" mxrepair --init

@@ -66,6 +66,8 @@ void configureSqlite() {
     ::sqlite3_config(SQLITE_CONFIG_MALLOC, &wipingMemory);
     ::sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
     ::sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+    // No page cache in advance: a few pages are used, and all of it would be wiped.
+    ::sqlite3_config(SQLITE_CONFIG_PAGECACHE, nullptr, 0, 0);
 }
 
 }  // namespace kavro

@@ -67,8 +67,8 @@ smtp_send() {
   case $rcpt in 2*) ;; *) return 1 ;; esac
 }
 
-# A running address resolver keeps what it read of a table until its clients have been idle for some seconds; only an
-# added domain is made known to it at once. This is the shortcut.
+# A running address resolver keeps what it read of a table until its clients have been idle for some seconds. This is
+# the shortcut.
 reload_postfix() {
   postfix reload >/dev/null 2>&1
   sleep 0.5

@@ -78,12 +78,11 @@ int createDBPath(const char* path) try {
 /// who could put a link in the place of a file there. No connection to the database may be open: closing any descriptor
 /// of a file gives up all locks that the process has on it.
 int setAccess(const char* path, int how, uid_t owner, gid_t group, mode_t mode) {
-    kavro::FdOwner file(
+    kavro::QuietFdOwner file(
         kavro::retryInterrupted([&] { return ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | how); }));
     if (file.empty() || ::fchown(file.get(), owner, group) == -1) {
         kavro_log(KAVRO_LOG_CRITICAL, "chown(\"%s\", %d, %d) failed: %s", path, static_cast<int>(owner),
                   static_cast<int>(group), std::strerror(errno));
-        file.close_nothrow();
         return -1;
     }
     const int changed = ::fchmod(file.get(), mode);
@@ -91,7 +90,6 @@ int setAccess(const char* path, int how, uid_t owner, gid_t group, mode_t mode) 
         kavro_log(KAVRO_LOG_CRITICAL, "chmod(\"%s\", %04o) failed: %s", path, static_cast<unsigned>(mode),
                   std::strerror(errno));
     }
-    file.close_nothrow();
     return changed;
 }
 
@@ -141,12 +139,12 @@ bool writeKey(const std::array<unsigned char, MAIL_AES_KEY_SIZE>& key) {
 }  // namespace
 
 int mailAuthDBInitStyle(int style) {
+    mailAuthDBSelectStyle(style);
     Access access{};
     // Before anything is replaced: a missing account must not cost the former database.
     if (findAccess(style, &access) == -1) {
         return -1;
     }
-    mailAuthDBSelectStyle(style);
     if (mailAuthDBInit() == -1 || mailAuthKeyInit() == -1 ||
         mailAuthDBSetAccess(access.owner, access.group, access.mode, access.owner, access.directoryGroup,
                             access.directoryMode) == -1) {

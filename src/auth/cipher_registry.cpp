@@ -25,7 +25,7 @@ using KeyBuffer = std::array<unsigned char, kKeyBufferSize>;
 
 /// Reads the key, unbuffered so that no other memory gets to hold it. False, logged, on failure.
 bool readKey(KeyBuffer& key, std::size_t size, const char* path) {
-    kavro::FdOwner file(kavro::retryInterrupted([path] { return ::open(path, O_RDONLY | O_CLOEXEC); }));
+    kavro::QuietFdOwner file(kavro::retryInterrupted([path] { return ::open(path, O_RDONLY | O_CLOEXEC); }));
     if (file.empty()) {
         kavro_log(KAVRO_LOG_ERROR, "Can't read encryption key from '%s': %s (%d)", path, std::strerror(errno), errno);
         return false;
@@ -43,7 +43,6 @@ bool readKey(KeyBuffer& key, std::size_t size, const char* path) {
         kavro_log(KAVRO_LOG_ERROR, "Failed to read entire encryption key from '%s': %s (%d)", path,
                   std::strerror(errno), errno);
     }
-    file.close_nothrow();
     return have == size;
 }
 

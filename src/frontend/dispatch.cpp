@@ -21,6 +21,13 @@ namespace {
 /// Postfix's location of the authentication database.
 constexpr int kPostfixStyle = 1;
 
+/// One row of the command table. Words are compared byte by byte.
+struct Command {
+    const char* word;
+    CommandHandler handler;
+    bool takesPassword = false;  ///< reads the password from the environment itself
+};
+
 // The command that removes a domain alias is named unlike the others. Kept: callers know it by that name.
 constexpr Command kCommands[] = {
     {"--add-mailname", mxadmin_commands::addMailname},
@@ -50,10 +57,6 @@ constexpr Command kCommands[] = {
 };
 
 }  // namespace
-
-std::span<const Command> commandTable() {
-    return kCommands;
-}
 
 int do_main(int argc, char** argv) {
     if (argc < 2) {

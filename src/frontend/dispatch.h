@@ -1,19 +1,8 @@
 // From the command word to its handler, and from whatever escapes a handler to a report and an exit status.
 #pragma once
 
-#include <span>
-
 /// Takes the arguments of one command, argv[0] being the command word; returns the exit status.
 using CommandHandler = int (*)(int argc, char** argv);
-
-/// One row of the command table. Words are compared byte by byte.
-struct Command {
-    const char* word;
-    CommandHandler handler;
-    bool takesPassword = false;  ///< reads the password from the environment itself
-};
-
-std::span<const Command> commandTable();
 
 /// Runs the command named by argv[1]. Ends the process with the short usage when there is no such command.
 int do_main(int argc, char** argv);

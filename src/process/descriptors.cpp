@@ -46,6 +46,12 @@ FdOwner::~FdOwner() noexcept(false) {
     }
 }
 
+QuietFdOwner::~QuietFdOwner() noexcept {
+    const int saved = errno;
+    close_nothrow();
+    errno = saved;
+}
+
 int FdOwner::release() noexcept {
     return std::exchange(fd_, -1);
 }

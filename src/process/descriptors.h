@@ -33,6 +33,14 @@ private:
     int fd_ = -1;
 };
 
+/// For functions that throw nothing: a close that fails at the end of the scope goes unnoticed, and errno is kept.
+class QuietFdOwner : public FdOwner {
+public:
+    using FdOwner::FdOwner;
+    QuietFdOwner(QuietFdOwner&&) noexcept = default;
+    ~QuietFdOwner() noexcept;
+};
+
 /// Both ends of a pipe. Closes the write end first.
 class PipeOwner {
 public:

@@ -46,6 +46,8 @@ void launchAll(const Commands& commands, int stdinFd, int stdoutFd, ProcessSetCa
                std::vector<ProcessStatus>& statuses) {
     const SigBlocker blocker({SIGCHLD});
     catcher.install();
+    // With as many descriptors open as the loop can tell apart, it fails before anything runs.
+    DescriptorSet().add(catcher.controlFd());
     for (std::size_t i = 0; i < commands.size(); ++i) {
         const bool first = i == 0;
         const bool last = i + 1 == commands.size();
@@ -139,12 +141,12 @@ private:
             if (!known.ended()) {
                 continue;
             }
+            if (!commands_[i].onExit.empty()) {
+                commands_[i].onExit(i, known.status);
+            }
             ++ended_;
             if (i == 0) {
                 input_.stop();
-            }
-            if (!commands_[i].onExit.empty()) {
-                commands_[i].onExit(i, known.status);
             }
         }
     }

@@ -47,8 +47,8 @@ private:
     bool failed_ = false;
 };
 
-/// Keeps the cipher loaded while several passwords are encrypted. When it cannot be loaded, the first password to be
-/// encrypted says so.
+/// Keeps the cipher loaded while several passwords are encrypted. Held after the first of them was, so that a key that
+/// cannot be used is told of once.
 class LoadedCipher {
 public:
     LoadedCipher(const char* password, unsigned char flags)
@@ -175,7 +175,6 @@ int rm_mails_from_domains(const char* mailname, const char* domain) {
 }
 
 int set_passwd_for_domains(const char* mailname, const char* domain, const char* password, unsigned char flags) {
-    const LoadedCipher cipher(password, flags);
     if (set_postbox_passwd(mailname, domain, password, flags) == -1) {
         return failed("Unable to set password for mailname %s@%s", mailname, domain);
     }
@@ -186,6 +185,7 @@ int set_passwd_for_domains(const char* mailname, const char* domain, const char*
     if (aliases.strings() == nullptr) {
         return NOTHING_TO_DO;
     }
+    const LoadedCipher cipher(password, flags);
     // A failure here has no line of its own: the database has logged it.
     const bool done =
         aliases.forEach([=](const char* alias) { return set_postbox_passwd(mailname, alias, password, flags); });
@@ -193,7 +193,6 @@ int set_passwd_for_domains(const char* mailname, const char* domain, const char*
 }
 
 int set_mass_postbox_passwd(const char* mailname, const char* domain, const char* password, unsigned char flags) {
-    const LoadedCipher cipher(password, flags);
     if (set_passwd_for_domains(mailname, domain, password, flags) == FAILED) {
         return FAILED;
     }
@@ -204,6 +203,7 @@ int set_mass_postbox_passwd(const char* mailname, const char* domain, const char
     if (aliases.strings() == nullptr) {
         return NOTHING_TO_DO;
     }
+    const LoadedCipher cipher(password, flags);
     const bool done =
         aliases.forEach([=](const char* alias) { return set_passwd_for_domains(alias, domain, password, flags); });
     return done ? DONE : FAILED;

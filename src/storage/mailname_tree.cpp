@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <climits>
 
 #include "process/descriptors.h"
 #include "process/retry.h"
@@ -64,17 +66,32 @@ private:
     FdOwner fd_;
 };
 
+/// Opens the directory that a link points to when root made the link. The link is held while it is judged and read: the
+/// mail user owns the mail root and could put another one in its place. Empty with errno on failure.
+FdOwner openBehindLink(const fs::path& link) {
+    const FdOwner held(retryInterrupted([&] { return ::open(link.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC); }));
+    struct stat status;
+    if (held.empty() || ::fstat(held.get(), &status) == -1) {
+        return FdOwner();
+    }
+    if (!S_ISLNK(status.st_mode) || status.st_uid != 0) {
+        errno = S_ISLNK(status.st_mode) ? ELOOP : ENOTDIR;
+        return FdOwner();
+    }
+    std::array<char, PATH_MAX> target;
+    const ssize_t length = ::readlinkat(held.get(), "", target.data(), target.size());
+    if (length == -1) {
+        return FdOwner();
+    }
+    const fs::path path = fs::absolute(std::string(target.data(), static_cast<std::size_t>(length)), link.parent_path());
+    return FdOwner(retryInterrupted([&] { return ::open(path.c_str(), OPEN_DIRECTORY); }));
+}
+
 }  // namespace
 
 FdOwner openDomainRoot(const fs::path& root) {
-    struct stat status;
-    const bool link = ::lstat(root.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
-    if (link && status.st_uid != 0) {
-        errno = ELOOP;
-        return FdOwner();
-    }
-    const int flags = OPEN_DIRECTORY | (link ? 0 : O_NOFOLLOW);
-    return FdOwner(retryInterrupted([&] { return ::open(root.c_str(), flags); }));
+    FdOwner directory(retryInterrupted([&] { return ::open(root.c_str(), OPEN_DIRECTORY | O_NOFOLLOW); }));
+    return directory.empty() && (errno == ELOOP || errno == ENOTDIR) ? openBehindLink(root) : std::move(directory);
 }
 
 void createDomainDirectory(const fs::path& root, const TreeOwner& owner) {

@@ -90,7 +90,7 @@ int file_set_user_mode(const char* path, const char* user, mode_t mode) {
 
 int file_set_perms(const char* path, uid_t uid, gid_t gid, mode_t mode) {
     errno = 0;
-    kavro::FdOwner file(openWithoutFollowing(path));
+    kavro::QuietFdOwner file(openWithoutFollowing(path));
     if (file.empty() && (errno == ENOENT || errno == ENOTDIR)) {
         errno = 0;
         return 0;

@@ -68,7 +68,7 @@ struct AtomicCopy {
 
 void copy_file_atomic(const char* source, const char* target, uid_t owner, gid_t group, mode_t mode) {
     AtomicCopy copy{source, target, {}, false};
-    kavro::FdOwner from(kavro::retryInterrupted([&] { return ::open(source, O_RDONLY | O_CLOEXEC); }));
+    kavro::QuietFdOwner from(kavro::retryInterrupted([&] { return ::open(source, O_RDONLY | O_CLOEXEC); }));
     if (from.empty()) {
         copy.fail("open");
     }
@@ -77,7 +77,7 @@ void copy_file_atomic(const char* source, const char* target, uid_t owner, gid_t
     } catch (const std::bad_alloc&) {
         messlog2(EXIT_FAILURE, 0, "Allocation failed");
     }
-    kavro::FdOwner to(::mkostemp(copy.temporary.data(), O_CLOEXEC));
+    kavro::QuietFdOwner to(::mkostemp(copy.temporary.data(), O_CLOEXEC));
     if (to.empty()) {
         copy.fail("mkstemp");
     }

@@ -45,7 +45,7 @@ int makeDirectory(const char* path, mode_t mode, uid_t uid, gid_t gid) {
         errno = ENOTDIR;
         return -1;
     }
-    kavro::FdOwner directory(::open(path, kOpenDirectory));
+    kavro::QuietFdOwner directory(::open(path, kOpenDirectory));
     if (directory.empty() || setOwnerAndMode(directory.get(), mode, uid, gid) == -1) {
         const kavro::ErrnoKeeper keeper;
         ::rmdir(path);
@@ -156,7 +156,7 @@ int rm_tree_at(int parent, const char* name) {
     if (errno != EISDIR) {
         return -1;
     }
-    kavro::FdOwner top(::openat(parent, name, kOpenDirectory));
+    kavro::QuietFdOwner top(::openat(parent, name, kOpenDirectory));
     if (top.empty() || !TreeRemover(top.get()).run()) {
         return -1;
     }

@@ -75,7 +75,7 @@ public:
 private:
     /// A missing file is no failure when lines are added.
     int openOriginal() {
-        kavro::FdOwner fd(kavro::retryInterrupted(
+        kavro::QuietFdOwner fd(kavro::retryInterrupted(
             [this] { return ::open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
         if (fd.empty()) {
             if (errno != ENOENT) {
@@ -101,7 +101,7 @@ private:
     int openCopy() {
         // What an interrupted edit left, or somebody planted, is never written through.
         ::unlink(copyPath_.c_str());
-        kavro::FdOwner fd(kavro::retryInterrupted([this] {
+        kavro::QuietFdOwner fd(kavro::retryInterrupted([this] {
             return ::open(copyPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kNewFileMode);
         }));
         if (!fd.empty()) {

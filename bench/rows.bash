@@ -131,7 +131,7 @@ rewrites() {
 }
 
 rows_add_domain_million() {
-  local RUNS=3 records command
+  local RUNS=15 records command
   command=$(mxadmin_run --add-domain --domain-name=new.test)
   document new.test >$work/document
   for records in 10000 1000000; do
@@ -148,7 +148,7 @@ rows_add_domain_million() {
 
 # The renamed domain owns 1,000 records of each table.
 rows_rename_domain_million() {
-  local RUNS=3 command
+  local RUNS=15 command
   command=$(mxadmin_run --rename-domain --old-domain-name=dom1.example.com --new-domain-name=new.test)
   $restore empty
   document dom1.example.com >$work/document
@@ -227,7 +227,7 @@ rows_set_password_1111() {
   sql -separator ' ' $AUTH_DB "SELECT u.name, d.name, userPassword FROM users u JOIN domains d ON d.id = dom_id" >$work/rows
   save passwords
   for place in memory disk; do
-    [ $place = memory ] || { place_store $TABLES "$disk"; RUNS=5; }
+    [ $place = memory ] || { place_store $TABLES "$disk"; }
     compare_rows "--set-password, 1111 rows, $place" "a C loop, same statements" 1.15 \
       "$restore passwords; sync -f $TABLES" "$command" "auth_loop set $AUTH_DB <$work/rows"
   done
@@ -249,7 +249,6 @@ rows_add_domain_alias() {
   local RUNS=15 mails command a runs
   command=(--add-domain-alias --domain-name=d.test --domain-alias-name=n.test --set-reject)
   for mails in 1000 5000 20000; do
-    [ $mails = 1000 ] || RUNS=3
     named_domain $mails
     # The second of its postmap runs writes the mailnames' records.
     runs=$(postmap_runs $mails "${command[@]}" | sed -n 2p)

@@ -1,6 +1,7 @@
 // Non-blocking writing and reading of a pipeline's streams.
 #include "process/pipe_channels.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "process/retry.h"
@@ -9,9 +10,11 @@ namespace kavro::process {
 
 namespace {
 
-constexpr std::size_t kChunkSize = 1024;
+constexpr int kChunkSize = 1024;
+/// What a pipe of output holds, where the system lets it.
+constexpr int kPipeCapacity = 1 << 20;
 /// Chunks that one channel may take before the others get their turn.
-constexpr int kChunksPerTurn = 64;
+constexpr int kChunksPerTurn = kPipeCapacity / kChunkSize;
 
 }  // namespace
 
@@ -63,6 +66,11 @@ void InputFeed::stop() {
     }
 }
 
+OutputChannel::OutputChannel(FdOwner& pipe, const Consumer& consumer) : pipe_(pipe), consumer_(consumer) {
+    setNonBlocking(pipe_.get(), "fcntl");
+    ::fcntl(pipe_.get(), F_SETPIPE_SZ, kPipeCapacity);
+}
+
 void OutputChannel::serve() {
     for (int i = 0; i < kChunksPerTurn && readChunk() == Chunk::kFull; ++i) {
     }
@@ -90,6 +98,7 @@ OutputChannel::Chunk OutputChannel::readChunk() {
         return Chunk::kNone;
     }
     chunk_.resize(static_cast<std::size_t>(count));
+    taken_ += chunk_.size();
     if (!consumer_.empty()) {
         consumer_(chunk_);
     }

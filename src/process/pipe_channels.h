@@ -39,12 +39,15 @@ private:
 /// One stream that commands write to. `pipe` and `consumer` must outlive it.
 class OutputChannel {
 public:
-    OutputChannel(FdOwner& pipe, const Consumer& consumer) noexcept : pipe_(pipe), consumer_(consumer) {}
+    /// Makes the pipe non-blocking and large. Throws SystemError("fcntl").
+    OutputChannel(FdOwner& pipe, const Consumer& consumer);
 
     bool open() const noexcept { return !pipe_.empty(); }
     int fd() const noexcept { return pipe_.get(); }
     /// Hands over about a pipe's capacity of what is there; closes at end of file. Throws SystemError("read").
     void serve();
+    /// More came than small outputs have, and more may follow.
+    bool streams() const noexcept { return open() && taken_ > kSmallOutput; }
     /// Hands over all that is there, then closes, also when some process still could write.
     void finish();
 
@@ -52,8 +55,11 @@ private:
     enum class Chunk { kFull, kLast, kNone };
     Chunk readChunk();
 
+    static constexpr std::size_t kSmallOutput = 65536;
+
     FdOwner& pipe_;
     const Consumer& consumer_;
+    std::size_t taken_ = 0;  ///< bytes
     std::vector<char> chunk_;
 };
 

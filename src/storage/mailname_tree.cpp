@@ -83,7 +83,8 @@ FdOwner openBehindLink(const fs::path& link) {
     if (length == -1) {
         return FdOwner();
     }
-    const fs::path path = fs::absolute(std::string(target.data(), static_cast<std::size_t>(length)), link.parent_path());
+    const fs::path path =
+        fs::absolute(std::string(target.data(), static_cast<std::size_t>(length)), link.parent_path());
     return FdOwner(retryInterrupted([&] { return ::open(path.c_str(), OPEN_DIRECTORY); }));
 }
 

@@ -65,9 +65,12 @@ stray|mandatory option "--domain-name" is not specified
 --domain-name=d.test --disk-quota=5x|the argument ('5x') for option '--disk-quota' is invalid
 --domain-name=d.test --domain-name=e.test|option '--domain-name' cannot be specified more than once
 END
-  message="Fatal error: std::runtime_error(../info - local part of mailname has incorrect format.)"
-  with "$DOC" mxadmin --add-mailname --domain-name=d.test --mailname=../Info
-  answers "bad name" 1 "$message" "$message"
+  for message in "../info - local part of mailname" "d_.test - domain"; do
+    message="Fatal error: std::runtime_error($message has incorrect format.)"
+    with "$DOC" mxadmin --add-mailname --domain-name=${domain:=d.test} --mailname=${name:=../Info}
+    answers "bad name" 1 "$message" "$message"
+    domain=d_.test name=info
+  done
   same stores "" "$(changes)"
 }
 
@@ -77,6 +80,9 @@ END
     err=$(! mxadmin $command 2>&1 >/dev/full)
     same "$command" "Unable to write the output: No space left on device" "$err"
   done
+  same closed "Unable to write the output: Bad file descriptor" "$(! mxadmin --help-commands 2>&1 >&-)"
+  same "reader gone" "Unable to write the output: Broken pipe" \
+    "$(exec 3> >(:); wait $!; ! env --default-signal=PIPE mxadmin --help-commands 2>&1 >&3)"
 }
 
 # What callers do to a process before it starts; "$@" is the command.

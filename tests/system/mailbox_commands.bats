@@ -111,6 +111,9 @@ $(grep '^storage:.*d\.test/info' /tmp/before | sed 's/^/-/')")" "$(changes)"
   attachments=$(($(stat -c %s $MAIL_ROOT/d.test/info/@attachments) + 5000))
   with "" mxadmin --get-mailbox-size --domain-name=D.Test --mailname=INFO
   [ "$status $out$err" = "0 $((attachments + 2053))" ]
+  with "" mxadmin --get-mailbox-size --domain-name=d.test --mailname=info --in-blocks
+  blocks=$(stat -c %b $MAIL_ROOT/d.test/info/@attachments $MAIL_ROOT/d.test/info/@attachments/a | paste -sd +)
+  [ "$status $out$err" = "0 $((512 * (blocks) + 2053))" ]
   mxadmin --get-mailbox-size --domain-name=d.test --mailname=info | tail -c 1 | od -An -c | grep -q '[0-9]' # no line end
   mx --set-mailbox-disk-quota --mailname=info --disk-quota=50000
   [ "$(cat $MAIL_ROOT/d.test/info/Maildir/maildirsize)" = "$((50000 - attachments))S,0C
@@ -118,4 +121,6 @@ $(grep '^storage:.*d\.test/info' /tmp/before | sed 's/^/-/')")" "$(changes)"
   with "$SAMPLE" mxadmin --set-mailbox-disk-quota --domain-name=d.test --mailname=info --disk-quota=100
   [[ $status == 0 && $err == *'WARNING: @attachments directory is big enough to disable delivery!'* ]]
   [ "$(head -n 1 $MAIL_ROOT/d.test/info/Maildir/maildirsize)" = 1S,0C ]
+  mx --set-mailbox-disk-quota --mailname=info --disk-quota=-1 --default-domain-quota=70000
+  [ "$(head -n 1 $MAIL_ROOT/d.test/info/Maildir/maildirsize)" = $((70000 - attachments))S,0C ]
 }

@@ -3,13 +3,40 @@ load helpers
 
 ROOTS="/etc/domainkeys /usr/lib/kavro-9.0 /var/lib/kavro /var/lock/files /var/qmail /var/spool/postfix/kavro"
 setup() { reset_stores; }
-teardown() { [ ! -e /tmp/postmap ] || mv /tmp/postmap /usr/sbin/postmap; }
+teardown() {
+  [ ! -e /tmp/postmap ] || mv /tmp/postmap /usr/sbin/postmap
+  [ ! -e /tmp/passwd ] || mv /tmp/passwd /etc/passwd
+}
+# Owner, group and mode of everything, each with the names that have them.
+rights() {
+  find $ROOTS ! -path '*/files/*' -printf '%u:%g %m\t%f\n' | LC_ALL=C sort |
+    awk -F '\t' '{ a[$1] = a[$1] " " $2 } END { for (k in a) print k a[k] }' | sort
+}
+contents() { find $ROOTS -type f ! -path "$1*" -exec md5sum {} + | sort; }
 
-@test "eight at once from nothing make each piece once, with its own rights; another says nothing" {
-  rights() { find $ROOTS -printf '%y %m %u:%g %p\n' | sort -k 4; }
+@test "what is missing is made with its own rights, and what is there stays as it is" {
+  same rights "popuser:popuser 755 mailnames
+postfix:postfix 770 kavro
+postfix:root 440 passwd_db_key
+postfix:root 460 passwd.db
+root:popuser 640 handlers.db
+root:root 644 aliases.db virtual.db virtual_domains.db vmailbox.db
+root:root 755 domain_rename domainkeys files handlers kavro kavro-9.0 mail qmail" "$(rights)"
+  chmod 700 $KEYS
+  postmap -i hash:$TABLES/virtual <<<'a@b.test c'
+  rights >/tmp/rights
+  for piece in $PLUGINS $HANDLERS_DB $TABLES/vmailbox.db; do
+    contents $piece >/tmp/contents
+    rm -r $piece
+    with "" mxrepair --init
+    same $piece "0 1 $(cat /tmp/rights /tmp/contents)" "$status $(grep -c . /tmp/out) $(rights; contents $piece)"
+  done
+}
+
+@test "eight at once from nothing make each piece once; another says nothing" {
+  rights >/tmp/rights
   rm -rf $ROOTS
   mxrepair --init >/tmp/alone
-  rights >/tmp/rights
   rm -rf $ROOTS
   for i in {1..8}; do timeout 60 bash -c "umask 0$((i % 2))77; exec mxrepair --init || echo failed" & done >/tmp/together 2>&1
   wait
@@ -20,7 +47,7 @@ teardown() { [ ! -e /tmp/postmap ] || mv /tmp/postmap /usr/sbin/postmap; }
   same another "0||" "$status|$out|$err"
 }
 
-@test "half of database and key, a file in the way and a missing postmap are told, and nothing is replaced" {
+@test "half of database and key, a file in the way, what postmap says, and what must be there first, are told" {
   for pair in "passwd.db passwd_db_key" "passwd_db_key passwd.db"; do
     mv $TABLES/${pair% *} /tmp/lost
     with "" mxrepair --init
@@ -28,12 +55,23 @@ teardown() { [ ! -e /tmp/postmap ] || mv /tmp/postmap /usr/sbin/postmap; }
     [ ! -e $TABLES/${pair% *} ]
     mv /tmp/lost $TABLES/${pair% *}
   done
+  rm $TABLES/aliases.db
+  replace_postmap 'echo "postmap: fatal: no" >&2; exit 1'
+  with "" mxrepair --init
+  restore_postmap
+  same "postmap fails" "1||mxrepair: cannot make the table hash:$TABLES/aliases: postmap: fatal: no" "$status|$out|$err"
   rmdir $KEYS
   echo kept >$KEYS
   with "" mxrepair --init
   same "in the way" "1||mxrepair: cannot make the directory $KEYS: Not a directory kept" "$status|$out|$err $(cat $KEYS)"
   rm -rf $ROOTS
   mv /usr/sbin/postmap /tmp/postmap
+  cp -p /etc/passwd /tmp/passwd
+  sed -i '/^popuser:/d' /etc/passwd
   with "" mxrepair --init
-  same "no postmap" "1||" "$status|$out|$(ls -d $ROOTS 2>/dev/null)"
+  same "what is missing" "1||mxrepair: nothing was made, because this is missing:
+  the user popuser
+  the program /usr/sbin/postmap" "$status|$out|$err$(ls -d $ROOTS 2>/dev/null)"
+  with "" mxrepair --bogus
+  [[ $status == 1 && $err == "Error: unknown option --bogus"* ]]
 }

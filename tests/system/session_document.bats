@@ -36,6 +36,8 @@ END
 To get help on expected input data format call this utility with --help-stdin option.
 Type ^D (send EOF) to abort.' "$(cat /tmp/out /tmp/err)"
   [ "$(table virtual_domains)" = $'d.test\td.test/' ]
+  { sleep 0.3; document e.test; } | mxadmin --add-domain --domain-name=e.test --wait-stdin >/tmp/out 2>&1
+  same "with --wait-stdin" "" "$(cat /tmp/out)"
 }
 
 @test "lists on the command line stand in for a document, as written, and give way to one that is asked for" {

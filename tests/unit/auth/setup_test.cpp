@@ -52,6 +52,7 @@ TEST_F(AuthTest, InitialisesEachStyleWithItsOwnersAndModes) {
     EXPECT_EQ(accessOfAll(), nofiles + " 0640, " + nofiles + " 0750, " + nofiles + " 0440");
     useFiles(directory + "/new/deep/db", directory + "/other/key");
     EXPECT_EQ(mailAuthDBInitStyle(2), 0);
+    EXPECT_STREQ(mailAuthDB, (directory + "/new/deep/db").c_str());
     EXPECT_EQ(accessOfAll(), "0:0 0600, 0:0 0750, 0:0 0400");
     EXPECT_TRUE(logged.empty());
 

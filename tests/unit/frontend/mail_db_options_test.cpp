@@ -62,6 +62,7 @@ protected:
 TEST_F(MailDataSource, StandardInputWinsOverListsWhenItIsAskedFor) {
     MailDbOptionsProcessor processor(parse({"--wait-stdin", "--domain-aliases=a.test"}));
     processor.withDomain("line.test");
+    EXPECT_TRUE(processor.isEnough());
     feed(kDocument);
     EXPECT_EQ(load(processor, false), "doc.test");
 }

@@ -107,10 +107,13 @@ TEST_F(HandlersDatabase, RemovingSwitchingAndMovingTouchOnlyWhatTheyName) {
 TEST_F(HandlersDatabase, SelectGivesEnabledHandlersHighestPriorityFirst) {
     insert(
         "('low','a@d',1,1,5,5), ('top','a@d',10,1,5,5), ('mid','a@d',9,1,5,5), ('off','a@d',5,0,5,5),"
-        "('queue','a@d',5,1,5,6), ('type','a@d',5,1,6,5), ('other','ab@d',5,1,5,5)");
+        "('queue','a@d',5,1,5,6), ('type','a@d',5,1,6,5), ('other','ab@d',5,1,5,5), ('g','all',0,1,4,5)");
     mh_list* list = mh_list_init();
     ASSERT_EQ(mh_db_select_by_name("b@", list), 0);
     ASSERT_EQ(mh_db_select(5, 5, "A@D", list), 0);
+    ASSERT_EQ(mh_db_select(5, 4, nullptr, list), 0);
+    EXPECT_EQ(mh_db_select(5, 4, "joe@d", list), -1);
+    EXPECT_EQ(list->head->next->previous, list->head);
     std::string names;
     for (const mh_list_node* node = list->head; node != nullptr; node = node->next) {
         names += std::string(node->data->name) + node->data->executable + node->data->context + " ";
@@ -118,11 +121,12 @@ TEST_F(HandlersDatabase, SelectGivesEnabledHandlersHighestPriorityFirst) {
     mh_db_path_set("/tmp/handlers/none.db");
     EXPECT_EQ(mh_db_select(5, 5, "a@d", list), -1);
     EXPECT_FALSE(std::filesystem::exists(mh_db_path));
-    EXPECT_EQ(names, "top/bin/topc mid/bin/midc low/bin/lowc other/bin/otherc ");
+    EXPECT_EQ(names, "g/bin/gc top/bin/topc mid/bin/midc low/bin/lowc other/bin/otherc ");
     mh_list_free(list);
 }
 
 TEST_F(HandlersDatabase, CreationKeepsWhatExistsAndRemovesWhatItsReadersCouldNotRead) {
+    EXPECT_EQ(query("SELECT sum(length(sql)) FROM sqlite_master"), "585 ");
     EXPECT_EQ(mh_db_create(), -1);
     EXPECT_THAT(logged, ElementsAre(HasSubstr("mail handlers database: table handlers already exists")));
     std::filesystem::rename("/etc/group", "/etc/group.saved");
@@ -135,7 +139,7 @@ TEST_F(HandlersDatabase, CreationKeepsWhatExistsAndRemovesWhatItsReadersCouldNot
 
 TEST_F(HandlersDatabase, DomainWideChangesKeepToExactlyThatDomain) {
     insert(
-        "('n','a@my_dom.test',0,1,5,5), ('n','b@c@my_dom.test',0,1,5,5), ('n','a@myxdom.test',0,1,5,5),"
+        "('n','a@my_dom.test',7,1,3,2), ('n','b@c@my_dom.test',0,1,5,5), ('n','a@myxdom.test',0,1,5,5),"
         "('n','a@xmy_dom.test',0,1,5,5), ('n','a@my_dom.test.org',0,1,5,5), ('n','a@sub.my_dom.test',0,1,5,5),"
         "('n','my_dom.test@o.test',0,1,5,5), ('n','my_dom.test',0,1,5,5), ('n','all',0,1,4,5)");
     EXPECT_EQ(mh_db_clone(nullptr, "My_Dom.Test", nullptr, "New.Test"), 0);
@@ -146,6 +150,8 @@ TEST_F(HandlersDatabase, DomainWideChangesKeepToExactlyThatDomain) {
         addresses(),
         "a@my_dom.test.org a@myxdom.test a@new.test a@sub.my_dom.test a@xmy_dom.test all b@c@new.test my_dom.test "
         "my_dom.test@o.test ");
+    EXPECT_EQ(query("SELECT priority||type||queue||executable||context FROM handlers WHERE address='a@new.test'"),
+              "732/bin/nc ");
 }
 
 TEST_F(HandlersDatabase, CloneOfANameKeepsAllButTheProtection) {
@@ -164,6 +170,7 @@ TEST_F(HandlersDatabase, AFailureInTheMiddleUndoesTheBatch) {
     EXPECT_EQ(mh_db_clone(nullptr, "d", nullptr, "e"), -1);
     EXPECT_EQ(mh_db_remove_all("d"), -1);
     EXPECT_EQ(addresses(), "a@d b@d c@d ");
+    EXPECT_EQ(logged.size(), 3U);
 }
 
 TEST_F(HandlersDatabase, BatchesWaitForEachOtherAndNotForEver) {

@@ -141,6 +141,8 @@ TEST_F(ManagersTest, MailnamesUnderEveryDomainAlias) {
     EXPECT_TRUE(fs::exists(home));
     EXPECT_EQ(dump(kVmailboxTable), Table());
     EXPECT_EQ(dump(kVirtualTable), (Table{{"shop@a1.test", "info@d.test"}}));
+    MailnameManager::removeMailname("d.test", "info", OnRemoval::Backup);
+    EXPECT_TRUE(!fs::exists(home) && !fs::is_empty(kMailRoot / "d.test"));
 }
 
 TEST_F(ManagersTest, TheHostsOwnRecordsGiveWayAndComeBack) {
@@ -150,11 +152,13 @@ TEST_F(ManagersTest, TheHostsOwnRecordsGiveWayAndComeBack) {
         c = static_cast<char>(std::toupper(c));
     }
     const Table ofHost = joined({standardAddresses(host), {{host, "1"}}});
-    fill(kVirtualTable, joined({ofHost, {{"alias.test", "1"}, {"i@alias.test", "i@d.test"}}}));
+    fill(kVirtualTable,
+         joined({ofHost, {{"alias.test", "1"}, {"i@alias.test", "i@d.test"}, {"i@s.alias.test", "x@y"}}}));
     DomainManager::renameDomainAlias("alias.test", upper);
-    EXPECT_EQ(dump(kVirtualTable), (Table{{host, "1"}, {"i@" + host, "i@d.test"}}));
+    EXPECT_EQ(dump(kVirtualTable), (Table{{host, "1"}, {"i@" + host, "i@d.test"}, {"i@s.alias.test", "x@y"}}));
     DomainManager::renameDomainAlias(host, "alias.test");
-    EXPECT_EQ(dump(kVirtualTable), joined({ofHost, {{"alias.test", "1"}, {"i@alias.test", "i@d.test"}}}));
+    EXPECT_EQ(dump(kVirtualTable),
+              joined({ofHost, {{"alias.test", "1"}, {"i@alias.test", "i@d.test"}, {"i@s.alias.test", "x@y"}}}));
 }
 
 }  // namespace

@@ -37,10 +37,8 @@ protected:
     void SetUp() override {
         std::filesystem::create_directories(kTablesDirectory);
         std::filesystem::create_directories("/var/lock/files");
-        if (!std::filesystem::exists(kRealPostmap)) {
-            std::filesystem::create_directory("/usr/sbin/postmap-real");
-            std::filesystem::copy_file(kPostmap, kRealPostmap);
-        }
+        std::filesystem::create_directories("/usr/sbin/postmap-real");
+        std::filesystem::copy_file(kPostmap, kRealPostmap, std::filesystem::copy_options::skip_existing);
         usePostmap("");
         for (const char* table : {kVirtualDomainsTable, kVmailboxTable, kVirtualTable, kAliasesTable}) {
             fill(table, {});

@@ -141,6 +141,11 @@ TEST(PipeTest, CallersInOddStatesAreServedAndRestored) {
         ::dup2(2000, STDOUT_FILENO);
         ::dup2(2000, STDERR_FILENO);
         test::require(run.out == text && run.err == "err\n" && WEXITSTATUS(run.status()) == 4, "results");
+        while (::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3) < 16383) {
+        }
+        TestPipe refused(shell("touch /tmp/ran"), "");
+        test::require(textOf<SystemError>([&] { refused.pipe.run(); }) == "select: Invalid argument", "refused");
+        test::require(::access("/tmp/ran", F_OK) == -1, "nothing ran");
         sigset_t mask;
         ::sigprocmask(SIG_BLOCK, nullptr, &mask);
         test::require(::sigismember(&mask, SIGCHLD) == 1, "mask restored");

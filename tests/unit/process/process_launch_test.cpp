@@ -49,7 +49,7 @@ struct Launch {
 };
 
 TEST(ProcessLaunchTest, FailureBeforeTheProgramRunsComesBackAsAnException) {
-    Launch launch;
+    Launch launch{.closeDescriptors = true};
     launch.path = "/nonexistent/program";
     EXPECT_EQ(launch.run(), "system: execv: No such file or directory: No such file or directory, 2, 67");
     launch.searchPath = true;
@@ -90,7 +90,9 @@ TEST(ProcessLaunchTest, ChildGetsItsStreamsAlsoWhereTheNumbersCrossAndTheCallers
         Launch{.script = "echo to-out; echo to-err >&2", .streams = {INHERIT, STDERR_FILENO, STDOUT_FILENO}}.run();
         ::fcntl(STDOUT_FILENO, F_SETFD, FD_CLOEXEC);
         constexpr int DEV_NULL = ProcessLaunch::DEV_NULL;
-        Launch{.script = "cat; echo kept; echo dropped >&2", .streams = {DEV_NULL, STDOUT_FILENO, DEV_NULL}}.run();
+        Launch discarding{.script = "cat && echo dropped >&2 && echo kept",
+                          .streams = {DEV_NULL, STDOUT_FILENO, DEV_NULL}};
+        test::require(discarding.run() == "0", "null streams");
         std::signal(SIGPIPE, SIG_IGN);
         const SigBlocker blocker({SIGCHLD});
         // Bit 16 of the one and bit 12 of the other, by their hexadecimal digits.

@@ -81,6 +81,10 @@ TEST_F(SessionTest, DocumentsAreRefusedAtTheFirstFault) {
         {domain + R"("name":"a.b","dom_aliases":[],"maillists":[]}})", 14, 56},
         {domain + R"("mails":[],"dom_aliases":[],"maillists":[]}})", 14, 54},
         {mail + R"("aliases":[]}]}})", 14, 34},
+        {mail + R"("name":"x"}]}})", 14, 32},
+        {domain + R"("mbox_quota":-2}})", 23, 26, "Domain quota value is out of bounds"},
+        {domain + R"("mbox_quota_unit":"mb"}})", 23, 33, "Domain quota unit value is invalid"},
+        {domain + R"("maillists":["a/b"]}})", 23, 29, "Maillist is not valid"},
         {mail + R"("name":""}]}})", 23, 30, "Mailname is not valid"},
         {mail + R"("name":")" + std::string(246, 'a') + R"("}]}})", 23, 276, "Mailname is not valid"},
         {mail + R"("mbox_quota":-2}]}})", 23, 36, "Mailbox quota value is out of bounds"},
@@ -180,11 +184,11 @@ TEST_F(SessionTest, TheDataIsReadOnceFromAStreamThatIsReady) {
 
 TEST_F(SessionTest, QuotasThatNoLongerFitAreKeptWithAWarning) {
     EXPECT_EQ(read(R"({"domain":{"name":"a.b","mbox_quota":9007199254740993,"mbox_quota_unit":"KB","maillists":[],
-        "dom_aliases":[],"mails":[{"name":"x","aliases":[],"mbox_quota":8796093022208,"mbox_quota_unit":"MB"}]}})"),
+        "dom_aliases":[],"mails":[{"name":"x","aliases":[],"mbox_quota":8589934592,"mbox_quota_unit":"GB"}]}})"),
               0);
     const std::string words = "4: Resulting quota value in session mail DB info is not valid: got ";
     EXPECT_THAT(logged, ElementsAre(words + "-9223372036854774784, source size unit was 'KB'",
-                                    words + "-9223372036854775808, source size unit was 'MB'"));
+                                    words + "-9223372036854775808, source size unit was 'GB'"));
     EXPECT_EQ(session_mail_db_info->domain_quota, -9223372036854774784);
 }
 

@@ -33,6 +33,8 @@ TEST_F(MaildirManagerTest, MakesTheTreeAndPutsOwnersAndModesRightAgain) {
     manager.createMailnameHome("Example.COM", "Info");
     EXPECT_THAT(describeTree(root / "example.com"), UnorderedElementsAreArray(expected));
     EXPECT_EQ(::umask(022), 022U);
+    manager.createMailnameHome("bare.test", "x");
+    EXPECT_EQ(describe(root / "bare.test"), "42700 root");  // the set-group-ID bit is inherited
 }
 
 TEST_F(MaildirManagerTest, NeverGivesAwayWhatAPlantedLinkPointsAt) {

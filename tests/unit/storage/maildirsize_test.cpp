@@ -143,6 +143,7 @@ TEST_F(MaildirsizeTest, StopsAMessageAboveEitherLimit) {
     EXPECT_EQ(check_maildirpp_overquota(maildir.c_str(), 40, 3), 0);
     EXPECT_EQ(check_maildirpp_overquota(maildir.c_str(), 41, 1), 1);
     EXPECT_EQ(check_maildirpp_overquota(maildir.c_str(), 1, 4), 1);
+    EXPECT_EQ(check_maildirpp_overquota(maildir.c_str(), UINT64_MAX, 0), 1);
     writeFile(maildir / "maildirsize", "0S,0C\n60 2\n");
     EXPECT_EQ(check_maildirpp_overquota(maildir.c_str(), UINT64_MAX, LONG_MAX), 0);
 }

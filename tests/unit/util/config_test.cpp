@@ -61,6 +61,7 @@ TEST_F(Config, DefaultsStandInUntilTheFileCanBeRead) {
     const LogCapture log;
     EXPECT_STREQ(zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D), "/var/qmail/mailnames");
     EXPECT_STREQ(zcpConfGetDefault("PRODUCT_ROOT_D"), "/opt/zcp");
+    EXPECT_EQ(conf_read_file_r("/tmp", emptyTable().get()), -1);
     writeFile(kFile, "KAVRO_MAILNAMES_D /srv/mail\n");
     EXPECT_STREQ(zcpConfGetDefault("KAVRO_MAILNAMES_D"), "/srv/mail");
     std::filesystem::remove(kFile);
@@ -68,7 +69,7 @@ TEST_F(Config, DefaultsStandInUntilTheFileCanBeRead) {
     EXPECT_EQ(zcpConfGetDefault("_MAX_POSSIBLE_ZCP_CONF_VAR_NAME"), nullptr);
     const std::string missing = "12 unable to open configuration file /etc/zcp/zcp.conf: No such file or directory\n";
     EXPECT_EQ(LogCapture::messages,
-              (std::vector<std::string>{missing, missing,
+              (std::vector<std::string>{missing, missing, "12 Unable to read configuration file: Is a directory",
                                         "3 variable '_MAX_POSSIBLE_ZCP_CONF_VAR_NAME' was found neither in "
                                         "/etc/zcp/zcp.conf, nor in compile-time defaults"}));
 }

@@ -66,7 +66,11 @@ TEST_F(Files, LineFileIsUntouchedByAFailedEdit) {
     EXPECT_EQ(entryCount(), 1);
 }
 
-TEST_F(Files, PlantedLinksAreNeverFollowed) {
+TEST_F(Files, PlantedLinksAreNeverFollowedNorPipesWaitedFor) {
+    ASSERT_EQ(::mkfifo(path("f").c_str(), 0600), 0);
+    EXPECT_EQ(edit("x", FILE_STRINGS_ADD), -1);
+    EXPECT_EQ(file_set_perms(path("f").c_str(), uid_, gid_, 0600), 0);
+    std::filesystem::remove(path("f"));
     writeFile(path("victim"), "secret\n");
     const std::string access = accessOf(path("victim"));
     std::filesystem::create_symlink(path("victim"), path("f"));
@@ -101,6 +105,7 @@ TEST_F(Files, AtomicCopyReplacesTheTargetWholeOrEndsTheProcessWithoutATrace) {
         copy_file_atomic(path(source).c_str(), path(target).c_str(), uid_, gid_, 0440);
     };
     EXPECT_EXIT(copy(".", "target"), ::testing::ExitedWithCode(1), "/target\\): write failed\n");
+    EXPECT_EXIT(copy("source", "."), ::testing::ExitedWithCode(1), "rename failed\n");
     EXPECT_EQ(readFile(path("target")), "old");
     copy("source", "target");
     EXPECT_EQ(readFile(path("target")), contents);

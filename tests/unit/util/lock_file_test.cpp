@@ -7,6 +7,7 @@
 #include <array>
 
 #include "process/system_error.h"
+#include "util/semaphore.h"
 #include "util/support.h"
 
 namespace {
@@ -54,6 +55,17 @@ TEST_F(Locks, HashedFileIsNamedByTheDigestOfTheName) {
     EXPECT_STREQ(lock->path, "/var/lock/files/900150983cd24fb0d6963f7d28e17f72");
     EXPECT_NE(::fcntl(lock->fd, F_GETFD) & FD_CLOEXEC, 0);
     EXPECT_EQ(rm_lock(lock), 0);
+}
+
+TEST_F(Locks, SemaphoresAreHeldByProcessAndNumber) {
+    EXPECT_EXIT(sem_lock(-1), ::testing::ExitedWithCode(1), "sem_lock\\(\\) failed for semnum -1: semnum must not");
+    const auto isFree = [](long n) { return runInChild([n] { return sem_lock_nonblock(n) == 0; }).status == 1; };
+    init_sem();
+    sem_lock(3);
+    EXPECT_TRUE(!isFree(3) && isFree(4));
+    sem_unlock(3);
+    EXPECT_TRUE(isFree(3));
+    shutdown_sem();
 }
 
 }  // namespace

@@ -67,7 +67,7 @@ TEST(LogHook, SystemLogGetsFacilityIdentifierAndProcessId) {
         kavro_log_init(nullptr, 6, 16, 32, "mxadmin");
         kavro_log(7, "debugging");
         errno = EXDEV;
-        kavro_log(3, "failed: %s", "why");
+        kavro_log(6, "failed: %s", "why");
         ::unlink("/dev/log");
         kavro_log_init(nullptr, 6, 16, 0, "mxadmin");
         kavro_log(3, "nobody listens");
@@ -76,7 +76,7 @@ TEST(LogHook, SystemLogGetsFacilityIdentifierAndProcessId) {
     EXPECT_EQ(run.status, EXDEV);
     char text[256] = "";
     EXPECT_GT(::recv(log, text, sizeof text - 1, MSG_DONTWAIT), 0);
-    EXPECT_EQ(std::string(text).substr(0, 4), "<19>");  // mail, error
+    EXPECT_EQ(std::string(text).substr(0, 4), "<22>");  // mail, information
     EXPECT_THAT(text, ::testing::ContainsRegex(" mxadmin.[0-9]+.: failed: why"));
     EXPECT_EQ(::recv(log, text, sizeof text, MSG_DONTWAIT), -1);
     EXPECT_NE(run.err.find("]: failed: why\n"), std::string::npos);

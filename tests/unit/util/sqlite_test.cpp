@@ -1,6 +1,5 @@
-// SQLite access while another process holds the database, what statements answer, and what stays in memory.
+// SQLite access while another process holds the database, and what statements answer.
 #include <array>
-#include <cstring>
 
 #include "util/sqlite_connection.h"
 #include "util/support.h"
@@ -89,27 +88,6 @@ TEST_F(Sqlite, CreationMakesTheDirectoriesAndReportsAnExistingTable) {
     EXPECT_EQ(accessOf(path("a/b")), "0755 0:0");
     EXPECT_EQ(sqlite_db_create(database().c_str(), "BEGIN TRANSACTION;CREATE TABLE t(k);COMMIT;", "test"), -1);
     EXPECT_EQ(LogCapture::messages.at(0), "3 Unable to re-create test database: table t already exists");
-}
-
-TEST_F(Sqlite, StoredTextIsWipedFromTheHeap) {
-    const char* secret = "fifteen-badgers";
-    {
-        SqliteConnection connection;
-        ASSERT_TRUE(connection.open(database().c_str(), SqliteConnection::Access::kReadWriteCreate));
-        SqliteStatement statement(connection);
-        ASSERT_TRUE(statement.prepare("INSERT INTO t(v) VALUES(LOWER(?))") && statement.bind(1, secret));
-        ASSERT_EQ(statement.step(), SQLITE_DONE);
-    }
-    const std::string maps = readFile("/proc/self/maps");
-    if (maps.find("[heap]") == std::string::npos) {
-        GTEST_SKIP() << "A sanitizer's allocator keeps its memory elsewhere.";
-    }
-    const auto heap = maps.rfind('\n', maps.find("[heap]"));
-    unsigned long begin = 0;
-    unsigned long end = 0;
-    ASSERT_EQ(std::sscanf(maps.c_str() + heap, "%lx-%lx", &begin, &end), 2);
-    const auto* memory = reinterpret_cast<const char*>(begin);
-    EXPECT_EQ(::memmem(memory, end - begin, secret, std::strlen(secret)), nullptr);
 }
 
 }  // namespace

@@ -53,6 +53,8 @@ TEST_F(System, HostNameMustFitAndHaveADomain) {
     writeFile("/etc/hosts", hosts);
     EXPECT_EQ(LogCapture::messages.at(0), "3 Buffer size is not enough to hold hostname");
     EXPECT_EQ(LogCapture::messages.at(1), "3 Canonname is not correct fqdn");
+    EXPECT_TRUE(
+        LogCapture::messages.at(2).starts_with("3 It is impossible to detect the FQDN of the host.\nPlease make sure"));
 }
 
 }  // namespace

@@ -227,7 +227,7 @@ rows_set_password_1111() {
   sql -separator ' ' $AUTH_DB "SELECT u.name, d.name, userPassword FROM users u JOIN domains d ON d.id = dom_id" >$work/rows
   save passwords
   for place in memory disk; do
-    [ $place = memory ] || { place_store $TABLES "$disk"; }
+    [ $place = memory ] || place_store $TABLES "$disk"
     compare_rows "--set-password, 1111 rows, $place" "a C loop, same statements" 1.15 \
       "$restore passwords; sync -f $TABLES" "$command" "auth_loop set $AUTH_DB <$work/rows"
   done

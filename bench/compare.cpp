@@ -167,9 +167,7 @@ int run(int argc, char** argv) {
     std::vector<double> timesA;
     std::vector<double> timesB;
     const int runs = std::atoi(argv[1]);
-    // Many short turns have one more to warm up; of a few long ones none is wasted.
-    constexpr int kManyRuns = 10;
-    for (int i = runs < kManyRuns ? 0 : -1; i < runs; ++i) {
+    for (int i = -1; i < runs; ++i) {  // the first turn warms up
         prepare(argv[2]);
         const double timeA = milliseconds(a);
         prepare(argv[4]);

@@ -164,7 +164,7 @@ rows_rename_domain_million() {
   save filled
 }
 
-# reading_time READER: two figures, seconds and KiB.
+# reading READER: two figures, seconds and KiB.
 reading() { session_read "$1" $work/document 1; }
 rows_session_million() {
   local mails=1000000 turn peak size
@@ -246,7 +246,7 @@ named_domain() {
   ln -sf "document.$1" $work/document
 }
 rows_add_domain_alias() {
-  local RUNS=15 mails command a runs
+  local RUNS=15 mails command thousand runs
   command=(--add-domain-alias --domain-name=d.test --domain-alias-name=n.test --set-reject)
   for mails in 1000 5000 20000; do
     named_domain $mails
@@ -255,8 +255,8 @@ rows_add_domain_alias() {
     compare_rows "--add-domain-alias, $mails mailnames" "one postmap run, a C loop" 1.15 "$restore $mails" \
       "$(mxadmin_run "${command[@]}")" "$runs
 auth_loop clone $AUTH_DB d.test n.test <$work/names.$mails"
-    [ $mails != 1000 ] || a=$figure
+    [ $mails != 1000 ] || thousand=$figure
   done
   row "  per mailname at 20000, against at 1000" "itself" "$(awk "BEGIN { printf \"%.4f\", $figure / 20000 }")" \
-    "$(awk "BEGIN { printf \"%.4f\", $a / 1000 }")" "$(awk "BEGIN { printf \"%.3f\", $figure / $a / 20 }")" 1.15 "$RUNS"
+    "$(awk "BEGIN { printf \"%.4f\", $thousand / 1000 }")" "$(awk "BEGIN { printf \"%.3f\", $figure / $thousand / 20 }")" 1.15 "$RUNS"
 }

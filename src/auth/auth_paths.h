@@ -4,6 +4,9 @@
 extern const char* mailAuthDB;   ///< path of the database
 extern const char* mailAuthKey;  ///< path of the key file
 
+/// The style of a server that runs Postfix.
+inline constexpr int MAIL_AUTH_POSTFIX_STYLE = 1;
+
 /// 0: /var/lib/kavro/mail/auth, 1: /var/spool/postfix/kavro; any other style leaves the paths as they are.
 void mailAuthDBSelectStyle(int style);
 /// Set one path; the text is copied.

@@ -18,9 +18,6 @@
 
 namespace {
 
-/// Postfix's location of the authentication database.
-constexpr int kPostfixStyle = 1;
-
 /// One row of the command table. Words are compared byte by byte.
 struct Command {
     const char* word;
@@ -72,7 +69,7 @@ int do_main(int argc, char** argv) {
         // Read and forgotten: no child of a command that has no use for a password shall inherit it.
         const PasswordAccessor unused;
     }
-    mailAuthDBSelectStyle(kPostfixStyle);
+    mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
     return command->handler(argc - 1, argv + 1);
 }
 

@@ -18,9 +18,6 @@ namespace mxrepair {
 
 namespace {
 
-/// The mail server's location of the authentication database.
-constexpr int kPostfixStyle = 1;
-
 /// Directs the handlers database to another file for its lifetime.
 class HandlersPathSwitch {
 public:
@@ -49,7 +46,7 @@ private:
 }  // namespace
 
 void makeMissingAuthDatabase(std::ostream& report) {
-    mailAuthDBSelectStyle(kPostfixStyle);
+    mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
     const std::string database = mailAuthDB;
     const std::string key = mailAuthKey;
     const bool databaseExists = fileExists(database.c_str());
@@ -63,7 +60,7 @@ void makeMissingAuthDatabase(std::ostream& report) {
     if (databaseExists) {
         return;
     }
-    if (mailAuthDBInitStyle(kPostfixStyle) != 0) {
+    if (mailAuthDBInitStyle(MAIL_AUTH_POSTFIX_STYLE) != 0) {
         // Neither was there before; half of the pair would be taken for a loss the next time.
         ::unlink(database.c_str());
         ::unlink(key.c_str());

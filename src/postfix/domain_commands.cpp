@@ -101,7 +101,7 @@ int renameDomain(const std::string& oldDomain, const std::string& newDomain) {
     DomainManager::renameDomain(oldDomain, newDomain);
     const DomainRenameUndo undo(oldDomain, newDomain);
 
-    mailAuthDBSelectStyle(1);
+    mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
     if (mailAuthRenameDomain(oldDomain.c_str(), newDomain.c_str()) != 0) {
         throw PostfixAuthenticationDBError("unable to update domain name in mail authentication database");
     }

@@ -17,11 +17,15 @@ class DescriptorSet {
 public:
     static constexpr int kSize = 16384;
 
-    /// Throws SystemError("select") with EINVAL for a descriptor that the set has no room for.
-    void add(int fd) {
+    /// Throws SystemError("select") with EINVAL for a descriptor that no set has room for.
+    static void requireRoom(int fd) {
         if (fd < 0 || fd >= kSize) {
             throw SystemError("select", EINVAL);
         }
+    }
+    /// Throws as requireRoom() does.
+    void add(int fd) {
+        requireRoom(fd);
         word(fd) |= bit(fd);
     }
     bool contains(int fd) const noexcept {

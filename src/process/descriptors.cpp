@@ -38,15 +38,17 @@ FdOwner& FdOwner::operator=(FdOwner&& other) noexcept {
 
 FdOwner::~FdOwner() noexcept(false) {
     if (std::uncaught_exceptions() > 0) {
-        const int saved = errno;
-        close_nothrow();
-        errno = saved;
+        closeQuietly();
     } else {
         close();
     }
 }
 
 QuietFdOwner::~QuietFdOwner() noexcept {
+    closeQuietly();
+}
+
+void FdOwner::closeQuietly() noexcept {
     const int saved = errno;
     close_nothrow();
     errno = saved;

@@ -29,6 +29,10 @@ public:
     /// Closes without throwing; returns close(2)'s result, 0 for an empty owner.
     int close_nothrow() noexcept;
 
+protected:
+    /// The same without a result; errno is kept.
+    void closeQuietly() noexcept;
+
 private:
     int fd_ = -1;
 };

@@ -49,7 +49,7 @@ void launchAll(const Commands& commands, int stdinFd, int stdoutFd, ProcessSetCa
     const SigBlocker blocker({SIGCHLD});
     catcher.install();
     // With as many descriptors open as the loop can tell apart, it fails before anything runs.
-    DescriptorSet().add(catcher.controlFd());
+    DescriptorSet::requireRoom(catcher.controlFd());
     for (std::size_t i = 0; i < commands.size(); ++i) {
         const bool first = i == 0;
         const bool last = i + 1 == commands.size();

@@ -74,8 +74,9 @@ FdOwner openBehindLink(const fs::path& link) {
     if (held.empty() || ::fstat(held.get(), &status) == -1) {
         return FdOwner();
     }
-    if (!S_ISLNK(status.st_mode) || status.st_uid != 0) {
-        errno = S_ISLNK(status.st_mode) ? ELOOP : ENOTDIR;
+    const bool isLink = S_ISLNK(status.st_mode);
+    if (!isLink || status.st_uid != 0) {
+        errno = isLink ? ELOOP : ENOTDIR;
         return FdOwner();
     }
     std::array<char, PATH_MAX> target;

@@ -65,11 +65,11 @@ stray|mandatory option "--domain-name" is not specified
 --domain-name=d.test --disk-quota=5x|the argument ('5x') for option '--disk-quota' is invalid
 --domain-name=d.test --domain-name=e.test|option '--domain-name' cannot be specified more than once
 END
-  for message in "../info - local part of mailname" "d_.test - domain"; do
+  for names in "d.test ../Info ../info - local part of mailname" "d_.test info d_.test - domain"; do
+    read -r domain name message <<<"$names"
     message="Fatal error: std::runtime_error($message has incorrect format.)"
-    with "$DOC" mxadmin --add-mailname --domain-name=${domain:=d.test} --mailname=${name:=../Info}
+    with "$DOC" mxadmin --add-mailname --domain-name=$domain --mailname=$name
     answers "bad name" 1 "$message" "$message"
-    domain=d_.test name=info
   done
   same stores "" "$(changes)"
 }

@@ -6,7 +6,7 @@
 #include "frontend/nonexisting_action_options.h"
 #include "frontend/option_groups.h"
 #include "frontend/option_types.h"
-#include "postfix/mxadmin_commands.h"
+#include "postfix/backend_operations.h"
 
 namespace backend = kavro::mail::postfix::mxadmin_commands;
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "frontend/program_options_helper.h"
-#include "postfix/nonexisting_mailnames_action.h"
+#include "postfix/unknown_recipients.h"
 
 /// Bounce goes before catch-all, catch-all before reject. Throws MissingMandatoryOption when none is chosen, logged, or
 /// when the catch-all has no address; IdnaError for an address that cannot be converted.

@@ -88,4 +88,8 @@ std::vector<DatabaseHelper::Record> DatabaseHelper::findRecords(const std::strin
     return found;
 }
 
+bool DatabaseHelper::checkOutput(const std::string& text, bool strict) {
+    return holdsNoError(text, strict);
+}
+
 }  // namespace kavro::mail::postfix

@@ -99,8 +99,7 @@ public:
         return ++position != end;
     }
 
-    /// True when postmap's diagnostics hold no line "program: severity: message" that counts as an error: panic, fatal
-    /// and error do; with `strict` every severity but warning does.
+    /// holdsNoError of postfix/postmap.h.
     static bool checkOutput(const std::string& text, bool strict);
 
 private:

@@ -1,10 +1,9 @@
 // Domains and domain aliases: creation, removal, enabling, disabling.
 #include "postfix/domain_manager.h"
 
-#include "postfix/addresses.h"
-#include "postfix/domain_filters.h"
 #include "postfix/session_names.h"
 #include "postfix/tables.h"
+#include "process/report_exception.h"
 #include "storage/maildirpp_manager.h"
 
 namespace kavro::mail::postfix {
@@ -19,6 +18,21 @@ void createRecordsAnew(const std::string& domain, bool disabled) {
     DomainManager::removeDomainAlias(domain);
     BatchDatabaseHelper batch;
     DomainManager::createDomainRecord(batch, domain, disabled);
+}
+
+/// The result codes of the list aliases, which report their own exceptions.
+template <typename Change>
+int reportingExceptions(const Change& change) {
+    try {
+        change();
+        return 0;
+    } catch (const std::exception& error) {
+        reportException(error);
+        return 1;
+    } catch (...) {
+        reportUntypedException();
+        return 2;
+    }
 }
 
 }  // namespace
@@ -129,6 +143,22 @@ void DomainManager::createDomainAlias(const std::string& domain, const std::stri
 
 void DomainManager::removeDomainAlias(const std::string& alias) {
     DatabaseHelper::filterElements(kVirtualTable, NotInDomainFilter(alias, false));
+}
+
+int createListAliasForDomainAlias(const std::string& domain, const std::string& domainAlias,
+                                  const std::string& listName) {
+    return reportingExceptions([&] {
+        const std::vector<DatabaseHelper::Record> records{
+            {addressOf(listName, domainAlias), addressOf(listName, domain)}};
+        DatabaseHelper::addRecords(kVirtualTable, records.begin(), records.end());
+    });
+}
+
+int removeListAliasForDomainAlias(const std::string& domainAlias, const std::string& listName) {
+    return reportingExceptions([&] {
+        const std::vector<std::string> keys{addressOf(listName, domainAlias)};
+        DatabaseHelper::removeRecords(kVirtualTable, keys.begin(), keys.end());
+    });
 }
 
 }  // namespace kavro::mail::postfix

@@ -1,5 +1,4 @@
 // Domains: rename of a domain or a domain alias across the tables.
-#include "postfix/domain_filters.h"
 #include "postfix/domain_manager.h"
 #include "postfix/host_renamer.h"
 #include "postfix/tables.h"

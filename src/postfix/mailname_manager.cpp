@@ -3,7 +3,6 @@
 
 #include <vector>
 
-#include "postfix/addresses.h"
 #include "postfix/session_names.h"
 #include "postfix/tables.h"
 #include "postfix/undoable_table_step.h"

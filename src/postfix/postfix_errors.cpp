@@ -1,4 +1,4 @@
-// The report of a failed restoration.
+// What the backend prints on the error stream.
 #include "postfix/postfix_errors.h"
 
 #include <ostream>
@@ -9,6 +9,10 @@ namespace kavro::mail::postfix {
 
 void reportFailedRestore(const char* humanName) {
     uerr << doubleErrorHead << humanName << doubleErrorTail << std::endl;
+}
+
+void warn(const char* text, const std::string& name) {
+    uerr << text << name << std::endl;
 }
 
 }  // namespace kavro::mail::postfix

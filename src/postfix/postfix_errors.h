@@ -1,4 +1,5 @@
-// Errors of the lookup tables and of the operations on them, and the message for a change that could not be taken back.
+// Errors of the lookup tables and of the operations on them, and what is printed on the error stream instead of thrown:
+// warnings about side stores, and the message for a change that could not be taken back.
 #pragma once
 
 #include <stdexcept>
@@ -39,5 +40,8 @@ inline const std::string doubleErrorTail =
 
 /// Prints that message on the error stream.
 void reportFailedRestore(const char* humanName);
+
+/// Prints a warning about a side store and the name concerned on the error stream.
+void warn(const char* text, const std::string& name);
 
 }  // namespace kavro::mail::postfix

@@ -25,4 +25,8 @@ struct PostmapResult {
 PostmapResult runPostmap(const std::vector<std::string>& arguments, const process::Producer& input,
                          const process::Consumer& output);
 
+/// True when diagnostics hold no line "program: severity: message" that counts as an error: panic, fatal and error do;
+/// with `strict` every severity but warning does.
+bool holdsNoError(const std::string& diagnostics, bool strict);
+
 }  // namespace kavro::mail::postfix

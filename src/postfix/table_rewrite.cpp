@@ -1,8 +1,11 @@
-// Dump and rebuild of a table under its lock.
+// Dump and rebuild of a table under its lock, through a text source that removes itself.
 #include "postfix/table_rewrite.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include "postfix/postfix_errors.h"
 #include "postfix/postmap.h"
@@ -12,6 +15,9 @@
 namespace kavro::mail::postfix {
 
 namespace {
+
+/// Large tables are written through here: few system calls matter more than memory.
+constexpr std::streamsize kBufferSize = 65536;
 
 /// The part after the map type; the whole name when there is no type.
 std::string textSourcePath(const std::string& table) {
@@ -42,6 +48,23 @@ void require(const PostmapResult& result) {
 }
 
 }  // namespace
+
+AutocleanOFStream::AutocleanOFStream(const std::string& path)
+    : path_(path), buffer_(std::make_unique<char[]>(kBufferSize)) {
+    // Only a buffer set before the file is opened is used.
+    rdbuf()->pubsetbuf(buffer_.get(), kBufferSize);
+    ::unlink(path_.c_str());
+    open(path_, std::ios::out | std::ios::trunc);
+}
+
+AutocleanOFStream::~AutocleanOFStream() {
+    const int savedErrno = errno;
+    // Closed here, while the buffer lives; what cannot be flushed any more does not matter, the file goes.
+    exceptions(std::ios::goodbit);
+    close();
+    ::unlink(path_.c_str());
+    errno = savedErrno;
+}
 
 TableRewrite::TableRewrite(const std::string& table)
     : table_(table), path_(textSourcePath(table)), lock_(path_, MKLock::kHashedName, MKLock::kWait), text_(path_) {

@@ -2,14 +2,28 @@
 // goes through here.
 #pragma once
 
-#include <ostream>
+#include <fstream>
+#include <memory>
 #include <string>
 
-#include "postfix/autoclean_ofstream.h"
 #include "process/pipe.h"
 #include "util/lock_file.h"
 
 namespace kavro::mail::postfix {
+
+/// A new file for writing; the destructor closes and unlinks it and keeps errno. Check the stream after construction.
+class AutocleanOFStream : public std::ofstream {
+public:
+    /// What a crash, or somebody else, left under that name is unlinked first, so that no link is written through.
+    explicit AutocleanOFStream(const std::string& path);
+    AutocleanOFStream(const AutocleanOFStream&) = delete;
+    AutocleanOFStream& operator=(const AutocleanOFStream&) = delete;
+    ~AutocleanOFStream() override;
+
+private:
+    std::string path_;
+    std::unique_ptr<char[]> buffer_;
+};
 
 /// Holds the table's lock and its text source; whatever happens, the destructor removes the text source, then gives the
 /// lock back. The table itself changes in rebuild() only.

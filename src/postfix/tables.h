@@ -1,6 +1,8 @@
-// The panel's four Postfix lookup tables: their full map names, what users are told they are called, and what else
-// their records share.
+// The panel's four Postfix lookup tables: their full map names, what users are told they are called, and what their
+// records are made of.
 #pragma once
+
+#include <string>
 
 namespace kavro::mail::postfix {
 
@@ -19,5 +21,10 @@ inline constexpr const char* kLocalDomain = "@localhost.localdomain";
 
 /// The tool that makes every change to a table.
 inline constexpr const char* kPostmap = "/usr/sbin/postmap";
+
+/// Mailname, "@", domain: the key and value of most records.
+inline std::string addressOf(const std::string& name, const std::string& domain) {
+    return name + '@' + domain;
+}
 
 }  // namespace kavro::mail::postfix

@@ -5,9 +5,7 @@
 
 #include <boost/filesystem.hpp>
 
-#include "postfix/addresses.h"
 #include "postfix/domain_manager.h"
-#include "postfix/list_aliases.h"
 #include "postfix/mailname_manager.h"
 #include "tables_fixture.h"
 

@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "postfix/domain_filters.h"
-
 namespace kavro::mail::postfix {
 namespace {
 

@@ -5,7 +5,6 @@
 
 #include <functional>
 
-#include "postfix/domain_filters.h"
 #include "tables_fixture.h"
 
 namespace kavro::mail::postfix {

@@ -2,8 +2,8 @@
 #include <string>
 
 #include "auth/auth_database.h"
+#include "postfix/backend_operations.h"
 #include "postfix/mailname_manager.h"
-#include "postfix/mxadmin_commands.h"
 #include "session/auth_mass_operations.h"
 #include "storage/maildirpp_manager.h"
 

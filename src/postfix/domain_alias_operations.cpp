@@ -1,18 +1,15 @@
 // Backend operations on domain aliases.
 #include <ostream>
 #include <string>
-#include <vector>
 
 #include "handlers/handlers_database.h"
-#include "postfix/backend_steps.h"
+#include "postfix/backend_operations.h"
 #include "postfix/domain_manager.h"
-#include "postfix/list_aliases.h"
-#include "postfix/mxadmin_commands.h"
+#include "postfix/postfix_errors.h"
 #include "postfix/session_names.h"
 #include "process/error_stream.h"
 #include "services/domain_keys.h"
 #include "session/auth_mass_operations.h"
-#include "util/log.h"
 
 namespace kavro::mail::postfix::mxadmin_commands {
 
@@ -65,25 +62,6 @@ int renameDomainAlias(const std::string& domain, const std::string& oldAlias, co
         return 1;
     }
     return processNotexistingMailnamesAction(action, newAlias);
-}
-
-int processNotexistingMailnamesAction(const NonexistingMailnamesAction& action, const std::string& domain) {
-    BatchDatabaseHelper batch;
-    const std::vector<std::string> domains{domain};
-    switch (action.kind) {
-        case NonexistingMailnamesAction::Bounce:
-            DomainManager::setBounceFor(batch, domains, action.bounceText);
-            return 0;
-        case NonexistingMailnamesAction::CatchAll:
-            DomainManager::createCatchallFor(batch, domains, action.catchAllAddress);
-            return 0;
-        case NonexistingMailnamesAction::Reject:
-            // Postfix refuses unknown recipients by itself.
-            return 0;
-        default:
-            kavro_log(KAVRO_LOG_ERROR, "Unrecognized action for notexisting mail names: %d", action.kind);
-            return 1;
-    }
 }
 
 }  // namespace kavro::mail::postfix::mxadmin_commands

@@ -1,8 +1,15 @@
-// Domains: what happens to mail for names that do not exist, by a catch-all or by a bounce.
-#include "postfix/bounce_command.h"
+// The records of catch-alls and bounces.
+#include "postfix/unknown_recipients.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "postfix/backend_operations.h"
 #include "postfix/domain_manager.h"
 #include "postfix/session_names.h"
 #include "postfix/tables.h"
+#include "process/shell_quote.h"
+#include "util/log.h"
 
 namespace kavro::mail::postfix {
 
@@ -17,6 +24,16 @@ std::vector<std::string> withAliases(const std::string& domain) {
 }
 
 }  // namespace
+
+std::string bounceCommand(const std::string& message) {
+    std::string command = "\"|/usr/lib/kavro-9.0/bouncemessage";
+    if (!message.empty()) {
+        std::string line = message;
+        std::replace(line.begin(), line.end(), '\n', ' ');
+        command += ' ' + sh_quote(sh_quote(line));
+    }
+    return command + '"';
+}
 
 void DomainManager::createCatchall(BatchDatabaseHelper& batch, const std::string& domain, const std::string& target) {
     createCatchallFor(batch, withAliases(domain), target);
@@ -72,3 +89,26 @@ void DomainManager::setBounceFor(BatchDatabaseHelper& batch, const std::vector<s
 }
 
 }  // namespace kavro::mail::postfix
+
+namespace kavro::mail::postfix::mxadmin_commands {
+
+int processNotexistingMailnamesAction(const NonexistingMailnamesAction& action, const std::string& domain) {
+    BatchDatabaseHelper batch;
+    const std::vector<std::string> domains{domain};
+    switch (action.kind) {
+        case NonexistingMailnamesAction::Bounce:
+            DomainManager::setBounceFor(batch, domains, action.bounceText);
+            return 0;
+        case NonexistingMailnamesAction::CatchAll:
+            DomainManager::createCatchallFor(batch, domains, action.catchAllAddress);
+            return 0;
+        case NonexistingMailnamesAction::Reject:
+            // Postfix refuses unknown recipients by itself.
+            return 0;
+        default:
+            kavro_log(KAVRO_LOG_ERROR, "Unrecognized action for notexisting mail names: %d", action.kind);
+            return 1;
+    }
+}
+
+}  // namespace kavro::mail::postfix::mxadmin_commands

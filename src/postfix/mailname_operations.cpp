@@ -4,10 +4,10 @@
 
 #include "auth/auth_database.h"
 #include "handlers/handlers_database.h"
-#include "postfix/addresses.h"
+#include "postfix/backend_operations.h"
 #include "postfix/mailname_manager.h"
-#include "postfix/mxadmin_commands.h"
 #include "postfix/session_names.h"
+#include "postfix/tables.h"
 #include "session/auth_mass_operations.h"
 #include "session/session_queries.h"
 

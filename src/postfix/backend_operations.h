@@ -5,7 +5,7 @@
 #include <string>
 
 #include "auth/env_password.h"
-#include "postfix/nonexisting_mailnames_action.h"
+#include "postfix/unknown_recipients.h"
 
 namespace kavro::mail::postfix::mxadmin_commands {
 

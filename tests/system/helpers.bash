@@ -13,13 +13,12 @@ if [ ! -e /run/mxadmin-sandbox ]; then
   exit 1
 fi
 
-# Empty stores, as a new mail server has them. The stub stands in for the delivery agent that .qmail names.
+# Empty stores, as a new mail server has them.
 reset_stores() {
   restore_postmap
   rm -rf "$TABLES" "$MAIL_ROOT" /var/lib/kavro "$KEYS" /usr/lib/kavro-9.0 /var/lock/files/*
   mkdir -p "$PLUGINS" /etc/zcp
   printf 'KAVRO_MAILNAMES_D %s\n' "$MAIL_ROOT" >/etc/zcp/zcp.conf
-  install -D -m 0755 /dev/null /usr/lib/dovecot/dovecot-lda
   unset ZCP_PASSWORD ZCP_CRYPTED_PASSWORD
   mxrepair --init >/dev/null
 }

@@ -1,19 +1,26 @@
-// Arguments, usage and the report of failures.
+// Modes, arguments, usage and the report of failures.
 #include "mxrepair/command_line.h"
 
 #include <unistd.h>
 
+#include <array>
+#include <boost/program_options.hpp>
 #include <exception>
 #include <iostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "mxrepair/init.h"
+#include "util/idn.h"
+#include "util/names.h"
 
 namespace mxrepair {
 
 namespace {
+
+namespace po = boost::program_options;
 
 constexpr const char* kUsage =
     "Usage: mxrepair --init\n"
@@ -23,48 +30,144 @@ constexpr const char* kUsage =
     "          and says what it made. Nothing that exists is changed.\n"
     "  --help  displays this help message\n";
 
-int wrongUsage(const std::string& message) {
-    std::cerr << "Error: " << message << '\n' << kUsage << std::flush;
-    return 1;
+/// A word of the command line that says what is to be done.
+struct Mode {
+    const char* option;
+    bool takesArgument;
+    /// Which of the other options it knows.
+    bool takesDomain;
+    bool takesJson;
+    bool takesDocuments;
+    int (*run)(const Options& options);
+    int failure;  ///< status when it throws
+};
+
+int runInit(const Options& /*options*/) {
+    makeMissingStores(std::cout);
+    return kSuccess;
 }
 
-void checkOutput(std::ostream& stream) {
-    stream.flush();
-    if (!stream) {
-        throw std::runtime_error("cannot write to standard output");
+constexpr std::array kModes = {
+    Mode{"init", false, false, false, false, &runInit, kFailure},
+};
+
+class UsageError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+po::options_description describeOptions() {
+    po::options_description known;
+    auto add = known.add_options();
+    add("help,h", "");
+    for (const Mode& mode : kModes) {
+        if (mode.takesArgument) {
+            add(mode.option, po::value<std::string>(), "");
+        } else {
+            add(mode.option, "");
+        }
     }
+    add("domain", po::value<std::string>(), "")("json", "")("wait-stdin", "");
+    return known;
 }
 
-int dispatch(std::string_view option) {
-    if (option == "--help" || option == "-h") {
+po::variables_map parse(int argc, char** argv) {
+    po::variables_map values;
+    try {
+        using Style = po::command_line_style::style_t;
+        const int style = po::command_line_style::unix_style & ~Style::allow_guessing;
+        po::store(po::command_line_parser(argc, argv)
+                      .options(describeOptions())
+                      .positional(po::positional_options_description())
+                      .style(style)
+                      .run(),
+                  values);
+    } catch (const po::unknown_option& error) {
+        throw UsageError("unknown option " + error.get_option_name());
+    } catch (const po::error& error) {
+        throw UsageError(error.what());
+    }
+    return values;
+}
+
+/// The one mode that was asked for.
+const Mode& chooseMode(const po::variables_map& values) {
+    const Mode* chosen = nullptr;
+    for (const Mode& mode : kModes) {
+        if (values.count(mode.option) != 0) {
+            if (chosen != nullptr) {
+                throw UsageError(std::string("--") + chosen->option + " and --" + mode.option +
+                                 " cannot be done at the same time");
+            }
+            chosen = &mode;
+        }
+    }
+    if (chosen == nullptr) {
+        throw UsageError(values.empty() ? "no option specified" : "none of the options says what to do");
+    }
+    return *chosen;
+}
+
+std::string domainName(const std::string& given) {
+    std::string name = kavro::idn::toAscii(given);
+    if (is_domain_name_valid(name.c_str()) == 0) {
+        throw UsageError("'" + given + "' is not the name of a domain");
+    }
+    ascii_lower(name.data());
+    return name;
+}
+
+Options readOptions(const Mode& mode, const po::variables_map& values) {
+    const auto given = [&](const char* option, bool known) {
+        if (values.count(option) != 0 && !known) {
+            throw UsageError(std::string("--") + option + " does not go with --" + mode.option);
+        }
+        return values.count(option) != 0;
+    };
+    Options options;
+    if (given("domain", mode.takesDomain)) {
+        options.domain = domainName(values["domain"].as<std::string>());
+    }
+    options.json = given("json", mode.takesJson);
+    options.waitStdin = given("wait-stdin", mode.takesDocuments);
+    if (mode.takesArgument) {
+        options.argument = values[mode.option].as<std::string>();
+    }
+    return options;
+}
+
+int dispatch(int argc, char** argv) {
+    const po::variables_map values = parse(argc, argv);
+    if (values.count("help") != 0) {
         std::cout << kUsage;
-    } else if (option == "--init") {
+        return kSuccess;
+    }
+    const Mode& mode = chooseMode(values);
+    const Options options = readOptions(mode, values);
+    try {
         if (::geteuid() != 0) {
             throw std::runtime_error("only root may do this");
         }
-        makeMissingStores(std::cout);
-    } else {
-        return wrongUsage("unknown option " + std::string(option));
+        const int status = mode.run(options);
+        if (!std::cout.flush()) {
+            throw std::runtime_error("cannot write to standard output");
+        }
+        return status;
+    } catch (const std::exception& error) {
+        std::cout.flush();
+        std::cerr << "mxrepair: " << error.what() << std::endl;
+        return mode.failure;
     }
-    checkOutput(std::cout);
-    return 0;
 }
 
 }  // namespace
 
 int run(int argc, char** argv) {
-    if (argc < 2) {
-        return wrongUsage("no option specified");
-    }
-    if (argc > 2) {
-        return wrongUsage("more than one option specified");
-    }
     try {
-        return dispatch(argv[1]);
+        return dispatch(argc, argv);
     } catch (const std::exception& error) {
-        std::cout.flush();
-        std::cerr << "mxrepair: " << error.what() << std::endl;
-        return 1;
+        std::cerr << "Error: " << error.what() << '\n' << kUsage << std::flush;
+        return kFailure;
     }
 }
 

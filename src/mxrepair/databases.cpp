@@ -11,7 +11,7 @@
 #include "auth/auth_paths.h"
 #include "auth/auth_setup.h"
 #include "handlers/handlers_database.h"
-#include "mxrepair/files.h"
+#include "mxrepair/init.h"
 #include "process/system_error.h"
 
 namespace mxrepair {

@@ -1,22 +1,149 @@
-// The order in which stores are made: what the others need comes first.
+// Making of what is missing: directories, then tables, then databases, because what the others need comes first.
 #include "mxrepair/init.h"
 
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "mxrepair/databases.h"
-#include "mxrepair/directories.h"
-#include "mxrepair/lookup_tables.h"
+#include "mxrepair/node_state.h"
+#include "postfix/postmap.h"
 #include "postfix/tables.h"
+#include "process/system_error.h"
+#include "services/domain_keys.h"
+#include "services/rename_plugins.h"
 #include "util/accounts.h"
 #include "util/lock_file.h"
 
 namespace mxrepair {
 
 namespace {
+
+/// The account that the mail server runs as.
+constexpr const char* kPostfixUser = "postfix";
+constexpr const char* kRoot = "root";
+constexpr mode_t kOpenMode = 0755;
+
+[[noreturn]] void fail(const std::string& path) {
+    kavro::throwSystemError("cannot make the directory " + path, errno);
+}
+
+bool directoryExists(const std::string& path) {
+    struct stat found {};
+    if (::stat(path.c_str(), &found) != 0) {
+        if (errno != ENOENT) {
+            fail(path);
+        }
+        return false;
+    }
+    if (!S_ISDIR(found.st_mode)) {
+        errno = ENOTDIR;
+        fail(path);
+    }
+    return true;
+}
+
+std::string parentOf(const std::string& path) {
+    const std::string::size_type slash = path.find_last_of('/');
+    return slash == std::string::npos || slash == 0 ? std::string("/") : path.substr(0, slash);
+}
+
+/// Removes a directory just made unless it got owner and mode: half made, it would count as there the next time.
+class NewDirectoryGuard {
+public:
+    explicit NewDirectoryGuard(const std::string& path) : path_(path) {}
+    NewDirectoryGuard(const NewDirectoryGuard&) = delete;
+    NewDirectoryGuard& operator=(const NewDirectoryGuard&) = delete;
+    ~NewDirectoryGuard() {
+        if (!complete_) {
+            const int saved = errno;
+            ::rmdir(path_.c_str());
+            errno = saved;
+        }
+    }
+    void complete() noexcept { complete_ = true; }
+
+private:
+    const std::string& path_;
+    bool complete_ = false;
+};
+
+/// A directory as it is made when it is missing.
+struct Directory {
+    std::string path;
+    const char* user;  ///< owner, with its login group
+    mode_t mode;
+};
+
+bool accountExists(const char* user) {
+    return ::getpwnam(user) != nullptr;
+}
+
+/// The directory of lock files.
+Directory lockDirectory() {
+    return {LOCK_FILES_D, kRoot, kOpenMode};
+}
+
+/// All others, in the order they are to be made. Reads the panel's configuration.
+std::vector<Directory> storeDirectories() {
+    return {
+        {"/var/spool/postfix/kavro", kPostfixUser, 0770},
+        {mailRoot(), MAIL_USER, kOpenMode},
+        {"/var/lib/kavro/mail/handlers", kRoot, kOpenMode},
+        {DOMAINKEYS_D, kRoot, kOpenMode},
+        {RENAME_PLUGINS_D, kRoot, kOpenMode},
+    };
+}
+
+/// Makes a missing directory, and its missing parents for root with mode 0755.
+void makeMissingDirectory(const Directory& directory, std::ostream& report) {
+    const std::string& path = directory.path;
+    if (directoryExists(path)) {
+        return;
+    }
+    makeMissingDirectory({parentOf(path), kRoot, kOpenMode}, report);
+    if (::mkdir(path.c_str(), S_IRWXU) != 0) {
+        // Another run may have made the directory of the lock files, which no lock protects.
+        if (errno != EEXIST || !directoryExists(path)) {
+            fail(path);
+        }
+        return;
+    }
+    NewDirectoryGuard guard(path);
+    const uid_t owner = kavro_ugid(directory.user, 0);
+    const gid_t group = kavro_ugid(directory.user, 1);
+    if (::chown(path.c_str(), owner, group) != 0 || ::chmod(path.c_str(), directory.mode) != 0) {
+        fail(path);
+    }
+    guard.complete();
+    report << "created directory " << path << '\n';
+}
+
+/// Adds nothing to the map. An addition opens a map without truncating it, and creates it when it is missing: a record
+/// that another program adds at the same moment stays.
+void addNothing(const char* table) {
+    const kavro::mail::postfix::PostmapResult result = kavro::mail::postfix::runPostmap({"-i", table}, {}, {});
+    if (!result.succeeded()) {
+        throw std::runtime_error(std::string("cannot make the table ") + table + ": " + result.reason());
+    }
+}
+
+/// Makes each missing hash map, empty.
+void makeMissingLookupTables(std::ostream& report) {
+    for (const char* table : lookupTables()) {
+        if (!fileExists(mapFile(table).c_str())) {
+            addNothing(table);
+            report << "created table " << table << '\n';
+        }
+    }
+}
 
 /// Hashed by the lock into a file name, like the names of tables.
 constexpr const char* kLockName = "mxrepair --init";
@@ -38,6 +165,17 @@ void checkPrerequisites() {
 }
 
 }  // namespace
+
+bool fileExists(const char* path) {
+    struct stat found {};
+    if (::lstat(path, &found) == 0) {
+        return true;
+    }
+    if (errno != ENOENT) {
+        kavro::throwSystemError(std::string("cannot examine ") + path, errno);
+    }
+    return false;
+}
 
 void makeMissingStores(std::ostream& report) {
     checkPrerequisites();

@@ -10,4 +10,7 @@ namespace mxrepair {
 /// Throws std::runtime_error (or SystemError) with a text for the operator; what was made before it stays.
 void makeMissingStores(std::ostream& report);
 
+/// Something has that name, be it a dangling link. Throws SystemError when that cannot be told.
+bool fileExists(const char* path);
+
 }  // namespace mxrepair

@@ -71,11 +71,6 @@ TableRewrite::TableRewrite(const std::string& table)
     text_.exceptions(std::ios::badbit | std::ios::failbit);
 }
 
-void TableRewrite::dump(const process::Consumer& consumer) {
-    const MapReadLock lock(path_ + ".db");
-    require(runPostmap({"-s", table_}, {}, consumer));
-}
-
 void TableRewrite::rebuild(const std::string& option) {
     text_.close();
     if (option.empty()) {

@@ -25,6 +25,10 @@ private:
     std::unique_ptr<char[]> buffer_;
 };
 
+/// Hands every record of the table to the consumer, in pieces of any size, a line each. No writer changes the table
+/// meanwhile. Throws PostfixConfigurationError.
+void dumpTable(const std::string& table, const process::Consumer& consumer);
+
 /// Holds the table's lock and its text source; whatever happens, the destructor removes the text source, then gives the
 /// lock back. The table itself changes in rebuild() only.
 class TableRewrite {
@@ -36,8 +40,8 @@ public:
 
     /// What is written here is what the table will hold: one record a line, key, blank, value.
     std::ostream& text() noexcept { return text_; }
-    /// Hands every record of the table to the consumer, in pieces of any size. Throws PostfixConfigurationError.
-    void dump(const process::Consumer& consumer);
+    /// dumpTable for this table.
+    void dump(const process::Consumer& consumer) { dumpTable(table_, consumer); }
     /// Closes the text source and builds the table from it, with options of postmap(1) before the table's name when
     /// given. Throws PostfixConfigurationError.
     void rebuild(const std::string& option = {});

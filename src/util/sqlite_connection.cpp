@@ -129,6 +129,10 @@ int SqliteStatement::step() {
         repeatWhileBusy([this] { return ::sqlite3_step(handle_); }, [this] { ::sqlite3_reset(handle_); }));
 }
 
+void SqliteStatement::reset() {
+    ::sqlite3_reset(handle_);
+}
+
 const char* SqliteStatement::text(int column) const {
     return reinterpret_cast<const char*>(::sqlite3_column_text(handle_, column));
 }

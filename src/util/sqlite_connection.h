@@ -58,6 +58,8 @@ public:
     bool bind(int position, int number);
     /// SQLITE_ROW, SQLITE_DONE or an error code; never SQLITE_BUSY.
     int step();
+    /// Back to before the first step; what is bound stays and may be bound anew.
+    void reset();
     /// Columns of the current row, from 0. A NULL column is a null pointer; texts live until the next step.
     const char* text(int column) const;
     sqlite3_int64 number(int column) const;

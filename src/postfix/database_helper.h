@@ -5,6 +5,7 @@
 // table under its lock. A record that is added between the dump and the rebuild of a rewrite is lost with the old map.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -69,20 +70,27 @@ public:
         rewrite.rebuild("-r");
     }
 
-    /// Passes every record through a copy of the line filter and rebuilds the table from what it keeps.
+    /// Passes every record through a copy of the line filter and rebuilds the table from what it keeps, unless every
+    /// record came out as it went in; answers whether the table was rebuilt. `armUndo` is called as soon as the table
+    /// holds the new records, before anything else can fail.
     template <typename LineFilter>
-    static void filterRecords(const std::string& table, const LineFilter& filter) {
+    static bool filterRecords(const std::string& table, const LineFilter& filter,
+                              const std::function<void()>& armUndo = {}) {
         TableRewrite rewrite(table);
         database::DataStreamFilter<LineFilter> stream(filter, rewrite.text());
         rewrite.dump([&stream](const std::vector<char>& chunk) { stream.filterChunk(chunk); });
         stream.filterTail();
-        rewrite.rebuild();
+        if (!stream.changed()) {
+            return false;
+        }
+        rewrite.rebuild({}, armUndo);
+        return true;
     }
 
     /// The same with one element filter for keys and list elements.
     template <typename ElementFilter>
-    static void filterElements(const std::string& table, const ElementFilter& filter) {
-        filterRecords(table, database::ElementsFilter<ElementFilter>(filter));
+    static bool filterElements(const std::string& table, const ElementFilter& filter) {
+        return filterRecords(table, database::ElementsFilter<ElementFilter>(filter));
     }
 
     /// Appends the text form of the record at `position`, unless that is the end, and advances; answers whether records

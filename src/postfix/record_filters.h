@@ -76,12 +76,30 @@ public:
         }
     }
 
+    /// Whether any line so far was dropped, or came out with another text of key or value.
+    bool changed() const noexcept { return changed_; }
+
 private:
     void finishLine() {
-        if (filter_(pending_)) {
+        original_.assign(pending_);
+        const bool kept = filter_(pending_);
+        if (kept) {
             kept_.append(pending_).append(1, '\n');
         }
+        changed_ = changed_ || !kept || !isSameRecord();
         pending_.clear();
+    }
+
+    /// A dump has one tab between key and value, where a filter writes one blank. Any other white space before that
+    /// tab would be read back as the end of the key.
+    bool isSameRecord() const {
+        const auto separator = std::find_if(original_.begin(), original_.end(), isKeySep);
+        if (separator == original_.end() || *separator != '\t' || original_.size() != pending_.size()) {
+            return false;
+        }
+        const auto keySize = static_cast<std::size_t>(separator - original_.begin());
+        return isKeySep(pending_[keySize]) && pending_.compare(0, keySize, original_, 0, keySize) == 0 &&
+               pending_.compare(keySize + 1, std::string::npos, original_, keySize + 1) == 0;
     }
 
     void writeKept() {
@@ -91,8 +109,10 @@ private:
 
     LineFilter filter_;
     std::ostream* out_;
-    std::string pending_;  ///< the beginning of a line
-    std::string kept_;     ///< lines to be written
+    std::string pending_;   ///< the beginning of a line
+    std::string original_;  ///< the line as it came
+    std::string kept_;      ///< lines to be written
+    bool changed_ = false;
 };
 
 /// Line filter: runs one filter on the key and one on the value. What it keeps comes out as key, one blank, value.

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <vector>
 
 #include "postfix/postfix_errors.h"
 #include "postfix/postmap.h"
@@ -71,12 +72,20 @@ TableRewrite::TableRewrite(const std::string& table)
     text_.exceptions(std::ios::badbit | std::ios::failbit);
 }
 
-void TableRewrite::rebuild(const std::string& option) {
+void dumpTable(const std::string& table, const process::Consumer& consumer) {
+    const MapReadLock lock(textSourcePath(table) + ".db");
+    require(runPostmap({"-s", table}, {}, consumer));
+}
+
+void TableRewrite::rebuild(const std::string& option, const std::function<void()>& built) {
     text_.close();
-    if (option.empty()) {
-        require(runPostmap({table_}, {}, {}));
-    } else {
-        require(runPostmap({option, table_}, {}, {}));
+    std::vector<std::string> arguments{table_};
+    if (!option.empty()) {
+        arguments.insert(arguments.begin(), option);
+    }
+    require(runPostmap(arguments, {}, {}));
+    if (built) {
+        built();
     }
 }
 

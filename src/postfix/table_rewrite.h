@@ -3,6 +3,7 @@
 #pragma once
 
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -43,8 +44,8 @@ public:
     /// dumpTable for this table.
     void dump(const process::Consumer& consumer) { dumpTable(table_, consumer); }
     /// Closes the text source and builds the table from it, with options of postmap(1) before the table's name when
-    /// given. Throws PostfixConfigurationError.
-    void rebuild(const std::string& option = {});
+    /// given. `built` is called as soon as the table holds the new records. Throws PostfixConfigurationError.
+    void rebuild(const std::string& option = {}, const std::function<void()>& built = {});
 
 private:
     std::string table_;

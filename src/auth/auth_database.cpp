@@ -110,6 +110,10 @@ int mailAuthRemove(const char* mailname, const char* domain) {
 }
 
 int mailAuthRename(const char* old_mailname, const char* new_mailname, const char* domain) {
+    return mailAuthRenameCounted(old_mailname, new_mailname, domain, nullptr);
+}
+
+int mailAuthRenameCounted(const char* old_mailname, const char* new_mailname, const char* domain, bool* renamed) {
     SqliteConnection connection;
     if (!openForWriting(connection)) {
         return -1;
@@ -124,10 +128,14 @@ int mailAuthRename(const char* old_mailname, const char* new_mailname, const cha
     statement.bind(2, old_mailname, "Unable to bind parameter old mailname '%s' to SQL statement for query '%s': %s",
                    old_mailname);
     statement.bind(3, domainId, kavro::auth::kBindDomainId, old_mailname, domain);
-    return statement.run();
+    return statement.run(renamed);
 }
 
 int mailAuthRenameDomain(const char* old_domain, const char* new_domain) {
+    return mailAuthRenameDomainCounted(old_domain, new_domain, nullptr);
+}
+
+int mailAuthRenameDomainCounted(const char* old_domain, const char* new_domain, bool* renamed) {
     SqliteConnection connection;
     if (!openForWriting(connection)) {
         return -1;
@@ -136,7 +144,7 @@ int mailAuthRenameDomain(const char* old_domain, const char* new_domain) {
                             "Unable to execute the mail domain authorization name change query: %s: %s");
     statement.bind(1, new_domain, kavro::auth::kBindDomainName, new_domain);
     statement.bind(2, old_domain, kavro::auth::kBindDomainName, old_domain);
-    return statement.run();
+    return statement.run(renamed);
 }
 
 int mailAuthRemoveDomain(const char* domain) {

@@ -31,6 +31,9 @@ int mailAuthRemove(const char* mailname, const char* domain);
 /// A missing domain is a failure, a missing user is not. 0 or -1.
 int mailAuthRename(const char* old_mailname, const char* new_mailname, const char* domain);
 int mailAuthRenameDomain(const char* old_domain, const char* new_domain);
+/// The same; on success `renamed`, unless null, gets whether there was a row with the old name.
+int mailAuthRenameCounted(const char* old_mailname, const char* new_mailname, const char* domain, bool* renamed);
+int mailAuthRenameDomainCounted(const char* old_domain, const char* new_domain, bool* renamed);
 /// Removes the domain and its users. 0 or -1.
 int mailAuthRemoveDomain(const char* domain);
 /// A domain that is not there is no error. 0 or -1.

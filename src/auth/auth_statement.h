@@ -48,11 +48,15 @@ public:
         return usable_;
     }
 
-    /// Runs a statement that answers no rows. 0, or -1, logged unless that was done.
-    int run() {
+    /// Runs a statement that answers no rows. 0, or -1, logged unless that was done. `changed` gets whether it changed
+    /// a row, unless null.
+    int run(bool* changed = nullptr) {
         if (usable_ && statement_.step() != SQLITE_DONE) {
             kavro_log(KAVRO_LOG_ERROR, failure_, sql_, connection_.errorText());
             usable_ = false;
+        }
+        if (usable_ && changed != nullptr) {
+            *changed = sqlite3_changes(connection_.get()) > 0;
         }
         return usable_ ? 0 : -1;
     }

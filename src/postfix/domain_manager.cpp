@@ -125,7 +125,7 @@ void DomainManager::removeStandardDomainAddresses(const std::string& domain) {
 
 void DomainManager::createDomainAlias(BatchDatabaseHelper& batch, const std::string& domain, const std::string& alias) {
     createStandardDomainAddresses(batch, alias);
-    std::vector<DatabaseHelper::Record> records{{alias, "1"}};
+    std::vector<DatabaseHelper::Record> records{{alias, kDomainAliasMarker}};
     for (const std::string& mailname : mailnamesOf(domain)) {
         const std::string target = addressOf(mailname, domain);
         for (const std::string& mailAlias : mailAliasesOf(mailname, domain)) {

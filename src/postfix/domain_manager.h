@@ -10,6 +10,8 @@
 
 namespace kavro::mail::postfix {
 
+class RenameTransaction;
+
 /// Stateless. Forms without a batch apply their changes at once. Failures of tables and storage are exceptions. Names
 /// of aliases, mailnames and lists come from the session mail data.
 class DomainManager {
@@ -27,7 +29,11 @@ public:
     static void enableDomain(BatchDatabaseHelper& batch, const std::string& domain);
     static void enableDomain(const std::string& domain);
     static void disableDomain(const std::string& domain);
-    /// Renames in all tables, then the storage root; the tables are restored when a step fails.
+    /// Renames in all tables, then the storage root; the transaction takes back what was done. Refused with
+    /// PostfixError before anything is changed when the new name is a domain alias.
+    static void renameDomain(RenameTransaction& transaction, const std::string& oldDomain,
+                             const std::string& newDomain);
+    /// The same as a transaction of its own.
     static void renameDomain(const std::string& oldDomain, const std::string& newDomain);
 
     /// Keys of the six addresses that every domain answers for.
@@ -41,7 +47,8 @@ public:
     static void createDomainAlias(BatchDatabaseHelper& batch, const std::string& domain, const std::string& alias);
     static void createDomainAlias(const std::string& domain, const std::string& alias);
     static void removeDomainAlias(const std::string& alias);
-    /// Not undone when it fails, but for the host's own records.
+    /// Taken back when it fails. Refused with PostfixError, before anything is changed, for one name in two letter
+    /// cases and when both names are domain aliases.
     static void renameDomainAlias(const std::string& oldAlias, const std::string& newAlias);
 
     /// Mail for unknown names of the domain and its aliases goes to the target.

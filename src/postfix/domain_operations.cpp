@@ -1,14 +1,14 @@
 // Backend operations on whole domains.
 #include <signal.h>
 
-#include <exception>
-
 #include "auth/auth_database.h"
 #include "auth/auth_paths.h"
 #include "handlers/handlers_database.h"
 #include "postfix/backend_operations.h"
 #include "postfix/domain_manager.h"
 #include "postfix/postfix_errors.h"
+#include "postfix/rename_transaction.h"
+#include "postfix/tables.h"
 #include "services/rename_plugins.h"
 #include "session/auth_mass_operations.h"
 #include "storage/maildirpp_manager.h"
@@ -21,30 +21,6 @@ namespace {
 
 /// Keeps its answers about domains; told to look again when one was added.
 constexpr const char* kAddressRewriter = "/usr/lib/postfix/trivial-rewrite";
-
-/// Renames a domain back in tables and storage when the rename in another store fails.
-class DomainRenameUndo {
-public:
-    DomainRenameUndo(const std::string& oldDomain, const std::string& newDomain)
-        : oldDomain_(oldDomain), newDomain_(newDomain) {}
-    DomainRenameUndo(const DomainRenameUndo&) = delete;
-    DomainRenameUndo& operator=(const DomainRenameUndo&) = delete;
-    ~DomainRenameUndo() {
-        if (std::uncaught_exceptions() <= exceptionsBefore_) {
-            return;
-        }
-        try {
-            DomainManager::renameDomain(newDomain_, oldDomain_);
-        } catch (...) {
-            kavro_log(KAVRO_LOG_ERROR, "Unable to properly restore Postfix Virtual Domains Database used by Kavro");
-        }
-    }
-
-private:
-    int exceptionsBefore_ = std::uncaught_exceptions();
-    std::string oldDomain_;
-    std::string newDomain_;
-};
 
 }  // namespace
 
@@ -97,13 +73,25 @@ int disableDomain(const std::string& domain) {
 }
 
 int renameDomain(const std::string& oldDomain, const std::string& newDomain) {
-    DomainManager::renameDomain(oldDomain, newDomain);
-    const DomainRenameUndo undo(oldDomain, newDomain);
+    bool rowRenamed = false;
+    const auto renameAuth = [](const std::string& from, const std::string& to, bool* changed) {
+        if (mailAuthRenameDomainCounted(from.c_str(), to.c_str(), changed) != 0) {
+            throw PostfixAuthenticationDBError("unable to update domain name in mail authentication database");
+        }
+    };
+    RenameTransaction transaction;  // its way back uses what stands above
+    DomainManager::renameDomain(transaction, oldDomain, newDomain);
+    transaction.logFailureAs("Unable to properly restore Postfix Virtual Domains Database used by Kavro");
 
     mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
-    if (mailAuthRenameDomain(oldDomain.c_str(), newDomain.c_str()) != 0) {
-        throw PostfixAuthenticationDBError("unable to update domain name in mail authentication database");
-    }
+    transaction.whole(
+        kAuthDatabaseHumanName, [&] { renameAuth(oldDomain, newDomain, &rowRenamed); },
+        [&] {
+            // Without a row of the old name, a row of the new one is another domain's.
+            if (rowRenamed) {
+                renameAuth(newDomain, oldDomain, nullptr);
+            }
+        });
     if (RenameDomainInServices(oldDomain.c_str(), newDomain.c_str()) != 0) {
         throw PostfixError("unable to rename some of services");
     }
@@ -111,6 +99,7 @@ int renameDomain(const std::string& oldDomain, const std::string& newDomain) {
         mh_db_remove_all(oldDomain.c_str()) == -1) {
         throw PostfixError("Unable to move domain handlers");
     }
+    transaction.commit();
     return 0;
 }
 

@@ -1,49 +1,80 @@
-// Domains: rename of a domain or a domain alias across the tables.
+// Domains: rename of a domain or a domain alias across the tables and the storage.
+#include <strings.h>
+
+#include <algorithm>
+
 #include "postfix/domain_manager.h"
 #include "postfix/host_renamer.h"
+#include "postfix/postfix_errors.h"
+#include "postfix/record_filters.h"
+#include "postfix/rename_transaction.h"
 #include "postfix/tables.h"
-#include "postfix/undoable_table_step.h"
 
 namespace kavro::mail::postfix {
 
-void DomainManager::renameDomain(const std::string& oldDomain, const std::string& newDomain) {
+namespace {
+
+[[noreturn]] void refuse(const std::string& what, const std::string& oldName, const std::string& newName,
+                         const std::string& reason) {
+    throw PostfixError(what + ' ' + oldName + " cannot be renamed to " + newName + ": " + reason);
+}
+
+}  // namespace
+
+void DomainManager::renameDomain(RenameTransaction& transaction, const std::string& oldDomain,
+                                 const std::string& newDomain) {
     using database::ElementsFilter;
     using database::KeyValueFilter;
     using database::ReplaceElementFilterRef;
 
-    const ReplaceDomainPart replaceDomain(oldDomain, newDomain, false);
-    const ReplaceDomainPart replaceBack(newDomain, oldDomain, false);
-
-    safeDomainFromToHostnameRenamer hostRenamer;
+    safeDomainFromToHostnameRenamer hostRenamer(transaction);
+    // Under the marker of a domain alias the renamed domain's mail would bounce.
+    if (!hostRenamer.findMarkers({newDomain}, newDomain).empty()) {
+        refuse("domain", oldDomain, newDomain, "that name is a domain alias");
+    }
     hostRenamer.preRenameToHostname(newDomain);
 
+    const ReplaceDomainPart replaceDomain(oldDomain, newDomain, false);
+    const ReplaceDomainPart replaceBack(newDomain, oldDomain, false);
     // Kept: all three report a failed undo under the name of the domains table.
-    const UndoableTableStep domainStep(
-        kVirtualDomainsTable, kVirtualDomainsHumanName,
-        ElementsFilter<ReplaceElementFilterRef>(ReplaceElementFilterRef(oldDomain, newDomain)),
-        ReplaceElementFilterRef(newDomain, oldDomain));
-    const UndoableTableStep aliasStep(kVirtualTable, kVirtualDomainsHumanName,
-                                      ElementsFilter<ReplaceDomainPart>(replaceDomain), replaceBack);
-
+    transaction.filterTable(kVirtualDomainsTable, kVirtualDomainsHumanName,
+                            ElementsFilter(ReplaceElementFilterRef(oldDomain, newDomain)),
+                            ReplaceElementFilterRef(newDomain, oldDomain));
+    transaction.filterTable(kVirtualTable, kVirtualDomainsHumanName, ElementsFilter(replaceDomain), replaceBack);
     MaildirManager& storage = MaildirManager::getInstance();
-    const std::string oldRoot = storage.getDomainRelativeRoot(oldDomain);
-    const std::string newRoot = storage.getDomainRelativeRoot(newDomain);
-    const UndoableTableStep mailboxStep(
-        kVmailboxTable, kVirtualDomainsHumanName,
-        KeyValueFilter<ReplaceDomainPart, ReplaceDomainPath>(replaceDomain, ReplaceDomainPath(oldRoot, newRoot)),
-        replaceBack);
+    const ReplaceDomainPath replaceRoot(storage.getDomainRelativeRoot(oldDomain),
+                                        storage.getDomainRelativeRoot(newDomain));
+    transaction.filterTable(kVmailboxTable, kVirtualDomainsHumanName, KeyValueFilter(replaceDomain, replaceRoot),
+                            replaceBack);
 
-    // Undone before the table steps are: what it makes would else be taken for the domain's own records.
-    safeDomainFromToHostnameRenamer hostRestorer(hostRenamer.hostName());
-    hostRestorer.postRenameFromHostname(oldDomain);
-    storage.renameDomainRoot(oldDomain, newDomain);
+    hostRenamer.postRenameFromHostname(oldDomain);
+    transaction.whole(
+        kVirtualDomainsHumanName, [&] { storage.renameDomainRoot(oldDomain, newDomain); },
+        [&storage, oldDomain, newDomain] { storage.renameDomainRoot(newDomain, oldDomain); });
+}
+
+void DomainManager::renameDomain(const std::string& oldDomain, const std::string& newDomain) {
+    RenameTransaction transaction;
+    renameDomain(transaction, oldDomain, newDomain);
+    transaction.commit();
 }
 
 void DomainManager::renameDomainAlias(const std::string& oldAlias, const std::string& newAlias) {
-    safeDomainFromToHostnameRenamer hostRenamer;
+    if (::strcasecmp(oldAlias.c_str(), newAlias.c_str()) == 0) {
+        refuse("domain alias", oldAlias, newAlias, "it is the same name");
+    }
+    RenameTransaction transaction;
+    safeDomainFromToHostnameRenamer hostRenamer(transaction);
+    // With the new marker alone a rename that was interrupted is given again.
+    if (hostRenamer.findMarkers({oldAlias, newAlias}, newAlias).size() == 2) {
+        refuse("domain alias", oldAlias, newAlias, "both are domain aliases");
+    }
     hostRenamer.preRenameToHostname(newAlias);
-    DatabaseHelper::filterElements(kVirtualTable, ReplaceDomainPart(oldAlias, newAlias, false));
+    const ReplaceDomainPart replaceDomain(oldAlias, newAlias, false);
+    transaction.filterTable(kVirtualTable, kVirtualDomainsHumanName, database::ElementsFilter(replaceDomain),
+                            ReplaceDomainPart(newAlias, oldAlias, false));
     hostRenamer.postRenameFromHostname(oldAlias);
+    transaction.commit();
 }
 
 }  // namespace kavro::mail::postfix

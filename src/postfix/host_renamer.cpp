@@ -3,10 +3,7 @@
 
 #include <strings.h>
 
-#include <exception>
-
 #include "postfix/domain_manager.h"
-#include "postfix/postfix_errors.h"
 #include "postfix/tables.h"
 #include "util/hostname.h"
 
@@ -16,32 +13,23 @@ namespace {
 
 constexpr std::size_t kHostNameSize = 65;
 
+void createHostRecords(const std::string& host) {
+    DatabaseHelper::addRecord(kVirtualTable, host, kDomainAliasMarker);
+    DomainManager::createStandardDomainAddresses(host);
+}
+
+void removeHostRecords(const std::string& host) {
+    DatabaseHelper::removeRecord(kVirtualTable, host);
+    DomainManager::removeStandardDomainAddresses(host);
+}
+
 }  // namespace
 
-safeDomainFromToHostnameRenamer::safeDomainFromToHostnameRenamer() : exceptionsBefore_(std::uncaught_exceptions()) {
+safeDomainFromToHostnameRenamer::safeDomainFromToHostnameRenamer(RenameTransaction& transaction)
+    : transaction_(&transaction) {
     char name[kHostNameSize] = {};
     if (get_hostname_fqdn(name, sizeof name) == 0) {
         hostName_ = name;
-    }
-}
-
-safeDomainFromToHostnameRenamer::safeDomainFromToHostnameRenamer(const std::string& hostName)
-    : exceptionsBefore_(std::uncaught_exceptions()), hostName_(hostName) {
-}
-
-safeDomainFromToHostnameRenamer::~safeDomainFromToHostnameRenamer() {
-    if (std::uncaught_exceptions() <= exceptionsBefore_) {
-        return;
-    }
-    try {
-        if (hostRecordsRestored_) {
-            removeHostRecords();
-        }
-        if (hostRecordsRemoved_) {
-            DatabaseHelper::addRecords(kVirtualTable, removed_.begin(), removed_.end());
-        }
-    } catch (...) {
-        reportFailedRestore(kVirtualDomainsHumanName);
     }
 }
 
@@ -49,34 +37,38 @@ bool safeDomainFromToHostnameRenamer::isHostName(const std::string& domain) cons
     return !hostName_.empty() && ::strcasecmp(hostName_.c_str(), domain.c_str()) == 0;
 }
 
-void safeDomainFromToHostnameRenamer::createHostRecords() const {
-    DatabaseHelper::addRecord(kVirtualTable, hostName_, "1");
-    DomainManager::createStandardDomainAddresses(hostName_);
-}
-
-void safeDomainFromToHostnameRenamer::removeHostRecords() const {
-    DatabaseHelper::removeRecord(kVirtualTable, hostName_);
-    DomainManager::removeStandardDomainAddresses(hostName_);
-}
-
-void safeDomainFromToHostnameRenamer::rememberHostRecords() {
-    std::vector<std::string> keys = DomainManager::standardDomainAddresses(hostName_);
-    keys.insert(keys.begin(), hostName_);
-    removed_ = DatabaseHelper::findRecords(kVirtualTable, keys);
+std::vector<std::string> safeDomainFromToHostnameRenamer::findMarkers(const std::vector<std::string>& names,
+                                                                      const std::string& newDomain) {
+    std::vector<std::string> keys = names;
+    if (isHostName(newDomain)) {
+        const std::vector<std::string> addresses = DomainManager::standardDomainAddresses(newDomain);
+        keys.insert(keys.end(), addresses.begin(), addresses.end());
+    }
+    std::vector<std::string> markers;
+    for (DatabaseHelper::Record& record : DatabaseHelper::findRecords(kVirtualTable, keys)) {
+        const bool ofHost = isHostName(newDomain) && liesInDomain(record.first, newDomain, false);
+        if (ofHost) {
+            found_.push_back(std::move(record));
+        } else if (record.second == kDomainAliasMarker && !isHostName(record.first)) {
+            markers.push_back(std::move(record.first));
+        }
+    }
+    return markers;
 }
 
 void safeDomainFromToHostnameRenamer::preRenameToHostname(const std::string& newDomain) {
     if (isHostName(newDomain)) {
-        rememberHostRecords();
-        hostRecordsRemoved_ = true;
-        removeHostRecords();
+        transaction_->inParts(
+            kVirtualDomainsHumanName, [this] { removeHostRecords(hostName_); },
+            [found = found_] { DatabaseHelper::addRecords(kVirtualTable, found.begin(), found.end()); });
     }
 }
 
 void safeDomainFromToHostnameRenamer::postRenameFromHostname(const std::string& oldDomain) {
     if (isHostName(oldDomain)) {
-        hostRecordsRestored_ = true;
-        createHostRecords();
+        transaction_->inParts(
+            kVirtualDomainsHumanName, [this] { createHostRecords(hostName_); },
+            [host = hostName_] { removeHostRecords(host); });
     }
 }
 

@@ -6,39 +6,34 @@
 #include <vector>
 
 #include "postfix/database_helper.h"
+#include "postfix/rename_transaction.h"
 
 namespace kavro::mail::postfix {
 
-/// Lives as long as one rename. The destructor undoes its own changes while an exception is propagating; an undo that
-/// fails is reported on the error stream.
+/// Lives as long as one rename, whose transaction takes its changes back: records removed come back as they were (a
+/// live domain of that name has standard addresses, but no marker), records made go.
 class safeDomainFromToHostnameRenamer {
 public:
-    /// Asks for the host's name; it stays empty, which no domain is, when that cannot be found out.
-    safeDomainFromToHostnameRenamer();
-    explicit safeDomainFromToHostnameRenamer(const std::string& hostName);
-    safeDomainFromToHostnameRenamer(const safeDomainFromToHostnameRenamer&) = delete;
-    safeDomainFromToHostnameRenamer& operator=(const safeDomainFromToHostnameRenamer&) = delete;
-    ~safeDomainFromToHostnameRenamer();
+    /// Asks for the host's name; it stays empty, which no domain is, when that cannot be found out. The transaction
+    /// must outlive the object.
+    explicit safeDomainFromToHostnameRenamer(RenameTransaction& transaction);
 
-    const std::string& hostName() const { return hostName_; }
+    /// In any letter case.
+    bool isHostName(const std::string& domain) const;
 
-    /// Removes the host's records when a domain is about to become `newDomain`, its name in any letter case. Undoing
-    /// puts back what there was: a live domain of that name has standard addresses, but no marker.
+    /// Looks in the virtual table, by one run, for the markers of these names, and for the host's records when
+    /// `newDomain` is the host. Answers the markers found, but for the host's own. Throws PostfixDatabaseError.
+    std::vector<std::string> findMarkers(const std::vector<std::string>& names, const std::string& newDomain);
+
+    /// Removes the host's records when a domain is about to become `newDomain`; findMarkers has read them.
     void preRenameToHostname(const std::string& newDomain);
     /// Creates the host's records when a domain was `oldDomain`.
     void postRenameFromHostname(const std::string& oldDomain);
 
 private:
-    bool isHostName(const std::string& domain) const;
-    void createHostRecords() const;
-    void removeHostRecords() const;
-    void rememberHostRecords();
-
-    int exceptionsBefore_;
+    RenameTransaction* transaction_;
     std::string hostName_;
-    bool hostRecordsRestored_ = false;
-    bool hostRecordsRemoved_ = false;
-    std::vector<DatabaseHelper::Record> removed_;
+    std::vector<DatabaseHelper::Record> found_;  ///< the host's records, as they stood
 };
 
 }  // namespace kavro::mail::postfix

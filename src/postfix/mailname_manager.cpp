@@ -3,9 +3,9 @@
 
 #include <vector>
 
+#include "postfix/rename_transaction.h"
 #include "postfix/session_names.h"
 #include "postfix/tables.h"
-#include "postfix/undoable_table_step.h"
 #include "storage/dotqmail_manager.h"
 #include "storage/maildirpp_manager.h"
 
@@ -72,8 +72,8 @@ void MailnameManager::removeMailname(const std::string& domain, const std::strin
     }
 }
 
-void MailnameManager::renameMailname(const std::string& domain, const std::string& oldMailname,
-                                     const std::string& newMailname) {
+void MailnameManager::renameMailname(RenameTransaction& transaction, const std::string& domain,
+                                     const std::string& oldMailname, const std::string& newMailname) {
     using database::ElementsFilter;
     using database::KeyValueFilter;
     using database::ReplaceElementFilterRef;
@@ -81,18 +81,24 @@ void MailnameManager::renameMailname(const std::string& domain, const std::strin
     MaildirManager& storage = MaildirManager::getInstance();
     const std::string oldAddress = addressOf(oldMailname, domain);
     const std::string newAddress = addressOf(newMailname, domain);
-    const std::string oldMaildir = storage.getMailnameRelativeMaildir(domain, oldMailname);
-    const std::string newMaildir = storage.getMailnameRelativeMaildir(domain, newMailname);
     const ReplaceElementFilterRef replaceAddress(oldAddress, newAddress);
     const ReplaceElementFilterRef replaceBack(newAddress, oldAddress);
+    const ReplaceElementFilterRef replaceMaildir(storage.getMailnameRelativeMaildir(domain, oldMailname),
+                                                 storage.getMailnameRelativeMaildir(domain, newMailname));
 
-    const UndoableTableStep mailboxStep(kVmailboxTable, kVmailboxHumanName,
-                                        KeyValueFilter<ReplaceElementFilterRef, ReplaceElementFilterRef>(
-                                            replaceAddress, ReplaceElementFilterRef(oldMaildir, newMaildir)),
-                                        replaceBack);
-    const UndoableTableStep aliasStep(kVirtualTable, kVirtualHumanName,
-                                      ElementsFilter<ReplaceElementFilterRef>(replaceAddress), replaceBack);
-    storage.renameMailnameHome(domain, oldMailname, newMailname);
+    transaction.filterTable(kVmailboxTable, kVmailboxHumanName, KeyValueFilter(replaceAddress, replaceMaildir),
+                            replaceBack);
+    transaction.filterTable(kVirtualTable, kVirtualHumanName, ElementsFilter(replaceAddress), replaceBack);
+    transaction.whole(
+        kStorageHumanName, [&] { storage.renameMailnameHome(domain, oldMailname, newMailname); },
+        [&storage, domain, oldMailname, newMailname] { storage.renameMailnameHome(domain, newMailname, oldMailname); });
+}
+
+void MailnameManager::renameMailname(const std::string& domain, const std::string& oldMailname,
+                                     const std::string& newMailname) {
+    RenameTransaction transaction;
+    renameMailname(transaction, domain, oldMailname, newMailname);
+    transaction.commit();
 }
 
 void MailnameManager::renameMailnameOnDomainAlias(const std::string& domainAlias, const std::string& oldMailname,

@@ -8,6 +8,8 @@
 
 namespace kavro::mail::postfix {
 
+class RenameTransaction;
+
 /// Stateless; failures of tables and storage are exceptions. Domain aliases come from the session mail data.
 class MailnameManager {
 public:
@@ -19,7 +21,10 @@ public:
                                      const std::string& mailname);
     /// Removes records, then storage as told. Records of the mailname's mail aliases stay.
     static void removeMailname(const std::string& domain, const std::string& mailname, OnRemoval onRemoval);
-    /// Renames in both tables, then the storage; the tables are restored when a step fails.
+    /// Renames in both tables, then the storage; the transaction takes back what was done.
+    static void renameMailname(RenameTransaction& transaction, const std::string& domain,
+                               const std::string& oldMailname, const std::string& newMailname);
+    /// The same as a transaction of its own.
     static void renameMailname(const std::string& domain, const std::string& oldMailname,
                                const std::string& newMailname);
     /// Renames the address under one domain alias only.

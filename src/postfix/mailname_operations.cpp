@@ -6,6 +6,8 @@
 #include "handlers/handlers_database.h"
 #include "postfix/backend_operations.h"
 #include "postfix/mailname_manager.h"
+#include "postfix/postfix_errors.h"
+#include "postfix/rename_transaction.h"
 #include "postfix/session_names.h"
 #include "postfix/tables.h"
 #include "session/auth_mass_operations.h"
@@ -33,18 +35,42 @@ int removeMailname(const std::string& domain, const std::string& mailname) {
 
 int renameMailname(const std::string& domain, const std::string& oldMailname, const std::string& newMailname,
                    const PasswordAccessor& password) {
-    MailnameManager::renameMailname(domain, oldMailname, newMailname);
-    if (password.password() == nullptr || *password.password() == '\0') {
-        if (rm_mname_from_domains(oldMailname.c_str(), domain.c_str()) == -1) {
-            return 1;
-        }
-    } else if (const int result = mailAuthRename(oldMailname.c_str(), newMailname.c_str(), domain.c_str());
-               result != 0) {
-        return result;
+    const std::string oldAddress = addressOf(oldMailname, domain);
+    const bool usersStay = password.password() != nullptr && *password.password() != '\0';
+    bool rowRenamed = false;
+    const auto renameUser = [&](const std::string& from, const std::string& to, bool* changed) {
+        return mailAuthRenameCounted(from.c_str(), to.c_str(), domain.c_str(), changed);
+    };
+    RenameTransaction transaction;  // its way back uses what stands above
+    MailnameManager::renameMailname(transaction, domain, oldMailname, newMailname);
+
+    int result = 0;
+    if (usersStay) {
+        transaction.inParts(
+            kAuthDatabaseHumanName, [&] { result = renameUser(oldMailname, newMailname, &rowRenamed); },
+            [&] {
+                if (rowRenamed && renameUser(newMailname, oldMailname, nullptr) != 0) {
+                    throw PostfixAuthenticationDBError("the user keeps the new name");
+                }
+            });
+    } else {
+        // Removed users cannot come back, so from here on the rename stands whatever fails.
+        transaction.commit();
+        result = rm_mname_from_domains(oldMailname.c_str(), domain.c_str()) == -1 ? 1 : 0;
     }
-    const int cloned = mh_db_clone(oldMailname.c_str(), domain.c_str(), newMailname.c_str(), domain.c_str());
-    const int removed = mh_db_remove_addr(addressOf(oldMailname, domain).c_str());
-    return cloned | removed;
+    if (result == 0) {
+        result = mh_db_clone(oldMailname.c_str(), domain.c_str(), newMailname.c_str(), domain.c_str());
+        if (result == 0 || !usersStay) {
+            // A rename that is taken back needs the handlers that were not cloned.
+            result |= mh_db_remove_addr(oldAddress.c_str());
+        }
+    }
+    if (result == 0) {
+        transaction.commit();
+    } else if (!usersStay) {
+        warn("WARNING: the mailname was renamed all the same; users or handlers are left of ", oldAddress);
+    }
+    return result;
 }
 
 int addAlias(const std::string& domain, const std::string& mailname, const std::string& alias) {

@@ -191,27 +191,26 @@ public:
                                                                         ValueListFilter<ElementFilter>(filter)) {}
 };
 
-/// Element filter: replaces one element, also in the form that ends in "/". Keeps everything. Both strings must outlive
-/// it.
+/// Element filter: replaces one element, also in the form that ends in "/". Keeps everything.
 class ReplaceElementFilterRef {
 public:
     ReplaceElementFilterRef(const std::string& oldElement, const std::string& newElement)
-        : old_(&oldElement), new_(&newElement) {}
+        : old_(oldElement), new_(newElement) {}
 
     bool operator()(std::string& element) const {
-        if (element.compare(0, old_->size(), *old_) == 0) {
-            if (element.size() == old_->size()) {
-                element = *new_;
-            } else if (element.size() == old_->size() + 1 && element.back() == '/') {
-                element.assign(*new_).append(1, '/');
+        if (element.compare(0, old_.size(), old_) == 0) {
+            if (element.size() == old_.size()) {
+                element = new_;
+            } else if (element.size() == old_.size() + 1 && element.back() == '/') {
+                element.assign(new_).append(1, '/');
             }
         }
         return true;
     }
 
 private:
-    const std::string* old_;
-    const std::string* new_;
+    std::string old_;
+    std::string new_;
 };
 
 }  // namespace kavro::mail::postfix::database
@@ -245,42 +244,41 @@ private:
     bool subdomains_;
 };
 
-/// Moves what lies in the old domain to the new one. Keeps everything. Both strings must outlive it.
+/// Moves what lies in the old domain to the new one. Keeps everything.
 class ReplaceDomainPart {
 public:
     ReplaceDomainPart(const std::string& oldDomain, const std::string& newDomain, bool subdomains)
-        : old_(&oldDomain), new_(&newDomain), subdomains_(subdomains) {}
+        : old_(oldDomain), new_(newDomain), subdomains_(subdomains) {}
 
     bool operator()(std::string& item) const {
-        if (liesInDomain(item, *old_, subdomains_)) {
-            item.replace(item.size() - old_->size(), old_->size(), *new_);
+        if (liesInDomain(item, old_, subdomains_)) {
+            item.replace(item.size() - old_.size(), old_.size(), new_);
         }
         return true;
     }
 
 private:
-    const std::string* old_;
-    const std::string* new_;
+    std::string old_;
+    std::string new_;
     bool subdomains_;
 };
 
-/// Replaces a path's prefix, whatever follows it. Keeps everything. Both strings must outlive it.
+/// Replaces a path's prefix, whatever follows it. Keeps everything.
 class ReplaceDomainPath {
 public:
-    ReplaceDomainPath(const std::string& oldPrefix, const std::string& newPrefix)
-        : old_(&oldPrefix), new_(&newPrefix) {}
+    ReplaceDomainPath(const std::string& oldPrefix, const std::string& newPrefix) : old_(oldPrefix), new_(newPrefix) {}
 
     bool operator()(std::string& path) const {
         // Kept: no look at what follows the prefix, so the path of a longer name that begins alike changes, too.
-        if (path.compare(0, old_->size(), *old_) == 0) {
-            path.replace(0, old_->size(), *new_);
+        if (path.compare(0, old_.size(), old_) == 0) {
+            path.replace(0, old_.size(), new_);
         }
         return true;
     }
 
 private:
-    const std::string* old_;
-    const std::string* new_;
+    std::string old_;
+    std::string new_;
 };
 
 }  // namespace kavro::mail::postfix

@@ -11,13 +11,18 @@ inline constexpr const char* kVmailboxTable = "hash:/var/spool/postfix/kavro/vma
 inline constexpr const char* kVirtualTable = "hash:/var/spool/postfix/kavro/virtual";
 inline constexpr const char* kAliasesTable = "hash:/var/spool/postfix/kavro/aliases";
 
-/// Human names of tables, for the message that a change could not be taken back.
+/// Human names of stores, for the message that a change could not be taken back.
 inline constexpr const char* kVirtualDomainsHumanName = "Postfix Virtual Domains Database";
 inline constexpr const char* kVmailboxHumanName = "Postfix Virtual Mailboxes Database";
 inline constexpr const char* kVirtualHumanName = "Postfix Virtual Aliases Database";
+inline constexpr const char* kStorageHumanName = "Mail Storage";
+inline constexpr const char* kAuthDatabaseHumanName = "Mail Authentication Database";
 
 /// Where mail for standard addresses and for bounces is handed to the host itself.
 inline constexpr const char* kLocalDomain = "@localhost.localdomain";
+
+/// The value of the record in the virtual table that makes a name a domain alias; the key is that name.
+inline constexpr const char* kDomainAliasMarker = "1";
 
 /// The tool that makes every change to a table.
 inline constexpr const char* kPostmap = "/usr/sbin/postmap";

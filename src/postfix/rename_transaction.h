@@ -1,12 +1,16 @@
-// What one whole-table edit changed, and the way back. Running the edit's filter backwards is no way back: once the new
-// name has records of its own, it would turn those into records of the old name, and two records that met under one key
-// cannot be parted again.
+// A rename across several stores: each step with the way it is taken back. For a table that is a journal of what the
+// edit changed. Running the edit's filter backwards would be no way back: once the new name has records of its own, it
+// would turn those into records of the old name, and two records that met under one key cannot be parted again.
 #pragma once
 
 #include <boost/function.hpp>
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "postfix/database_helper.h"
 #include "postfix/record_filters.h"
 
 namespace kavro::mail::postfix {
@@ -73,6 +77,53 @@ private:
     StepJournal* journal_;
     std::string original_;
     std::string key_;
+};
+
+/// The steps of one rename. What was not committed is taken back by the destructor, latest step first. A part of the
+/// way back that fails is reported, and the others go on.
+class RenameTransaction {
+public:
+    using Action = std::function<void()>;
+
+    RenameTransaction() = default;
+    RenameTransaction(const RenameTransaction&) = delete;
+    RenameTransaction& operator=(const RenameTransaction&) = delete;
+    ~RenameTransaction();
+
+    /// Passes every record of the table through a copy of the line filter. `wayBack` is the key filter of the reverse
+    /// edit. Throws PostfixConfigurationError. An edit that changed nothing is not taken back.
+    template <typename Forward, typename KeyFilter>
+    void filterTable(const char* table, const char* humanName, const Forward& forward, const KeyFilter& wayBack) {
+        const auto journal = std::make_shared<StepJournal>();
+        Step step{humanName, [table, forward, journal] { journal->restore(table, forward); }};
+        // Armed as soon as the table is renamed: an error after that would else leave it so.
+        steps_.reserve(steps_.size() + 1);
+        DatabaseHelper::filterRecords(table, JournalingFilter<Forward, KeyFilter>(forward, wayBack, *journal),
+                                      [this, &step] { arm(std::move(step)); });
+    }
+
+    /// Does `action`, which changes everything or nothing; `undo` takes it back.
+    void whole(const char* humanName, const Action& action, Action undo);
+    /// Does `action`; `undo` takes it back, and whatever part of it was done when it fails.
+    void inParts(const char* humanName, const Action& action, Action undo);
+
+    /// From now on parts of the way back that fail are told by this one line of the log, instead of a critical message
+    /// for each under its human name. The text must outlive the transaction.
+    void logFailureAs(const char* text) noexcept { logText_ = text; }
+
+    /// The rename is done: nothing is taken back.
+    void commit() noexcept { steps_.clear(); }
+
+private:
+    struct Step {
+        const char* humanName;
+        Action undo;
+    };
+
+    void arm(Step step);
+
+    std::vector<Step> steps_;
+    const char* logText_ = nullptr;
 };
 
 }  // namespace kavro::mail::postfix

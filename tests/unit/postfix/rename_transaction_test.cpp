@@ -1,5 +1,5 @@
-// Taking back a whole-table edit: what it changed comes back as it was, everything else stays.
-#include "postfix/undoable_table_step.h"
+// Taking back a rename: what a whole-table edit changed comes back as it was, everything else stays.
+#include "postfix/rename_transaction.h"
 
 #include <gmock/gmock.h>
 
@@ -11,8 +11,13 @@ namespace kavro::mail::postfix {
 namespace {
 
 using namespace database;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
 
-class UndoableTableStepTest : public TablesTest {
+class RenameTransactionTest : public TablesTest {
 protected:
     /// Renames a@d to b@d in keys and lists, as for a mailname; `later` runs, then the step is taken back.
     void renameMailnameAndFail(const std::function<void()>& later) {
@@ -34,17 +39,13 @@ protected:
 private:
     template <typename Forward, typename WayBack>
     void failAfter(const Forward& forward, const WayBack& wayBack, const std::function<void()>& later) {
-        try {
-            const UndoableTableStep step(kVirtualTable, kVirtualHumanName, forward, wayBack);
-            later();
-            throw std::logic_error("later step");
-        } catch (const std::exception& error) {
-            EXPECT_STREQ(error.what(), "later step");
-        }
+        RenameTransaction transaction;
+        transaction.filterTable(kVirtualTable, kVirtualHumanName, forward, wayBack);
+        later();
     }
 };
 
-TEST_F(UndoableTableStepTest, ComesBackFromEveryMeetingOfNames) {
+TEST_F(RenameTransactionTest, ComesBackFromEveryMeetingOfNames) {
     const std::vector<Table> tables = {
         {{"a@d", "a@d"}, {"x@d", "a@d"}, {"x@e", "x@e"}},                   // plain
         {{"b@d", "b@d"}, {"y@d", "b@d"}},                                   // repeated: no a, live b
@@ -69,7 +70,7 @@ TEST_F(UndoableTableStepTest, ComesBackFromEveryMeetingOfNames) {
     }
 }
 
-TEST_F(UndoableTableStepTest, WhatWasWrittenMeanwhileStays) {
+TEST_F(RenameTransactionTest, WhatWasWrittenMeanwhileStays) {
     fill(kVirtualTable, {{"a@d", "a@d"}, {"x@d", "a@d"}, {"y@d", "a@d"}, {"free@d", "free@d"}});
     renameMailnameAndFail([] {
         EXPECT_EQ(dump(kVirtualTable), (Table{{"b@d", "b@d"}, {"x@d", "b@d"}, {"y@d", "b@d"}, {"free@d", "free@d"}}));
@@ -89,29 +90,47 @@ TEST_F(UndoableTableStepTest, WhatWasWrittenMeanwhileStays) {
                                           {"odd@e", "p@e,q@e"}}));
 }
 
-TEST_F(UndoableTableStepTest, ARecordWithoutRivalThatWasRemovedMeanwhileStaysAway) {
+TEST_F(RenameTransactionTest, ARecordWithoutRivalThatWasRemovedMeanwhileStaysAway) {
     fill(kVirtualTable, {{"b@d", "b@d"}, {"x@d", "a@d"}});
     renameMailnameAndFail([] { DatabaseHelper::removeRecord(kVirtualTable, "b@d"); });
     EXPECT_EQ(dump(kVirtualTable), (Table{{"x@d", "a@d"}}));
 }
 
-TEST_F(UndoableTableStepTest, UndoesOnlyItsOwnFailure) {
-    struct RenamesWhileUnwinding {
-        ~RenamesWhileUnwinding() {
-            const std::string oldAddress = "a@d";
-            const std::string newAddress = "b@d";
-            const UndoableTableStep step(kVirtualTable, kVirtualHumanName,
-                                         ElementsFilter(ReplaceElementFilterRef(oldAddress, newAddress)),
-                                         ReplaceElementFilterRef(newAddress, oldAddress));
+TEST_F(RenameTransactionTest, TakesBackTheLatestFirstAndGoesOnAfterAFailure) {
+    std::string order;
+    const auto rename = [&order](bool commit, const char* logText) {
+        RenameTransaction transaction;
+        const auto undo = [&order](const char* name) { return [&order, name] { order += name; }; };
+        transaction.whole(
+            "one", [] {}, undo("1"));
+        transaction.inParts(
+            "two", [] {}, [] { throw std::runtime_error("no way back"); });
+        transaction.logFailureAs(logText);
+        try {
+            transaction.inParts(
+                "three", [] { throw std::logic_error("half done"); }, undo("3"));
+        } catch (const std::logic_error&) {
+        }
+        try {
+            transaction.whole(
+                "four", [] { throw std::logic_error("not done"); }, undo("4"));
+        } catch (const std::logic_error&) {
+        }
+        if (commit) {
+            transaction.commit();
         }
     };
-    fill(kVirtualTable, {{"a@d", "a@d"}});
-    try {
-        const RenamesWhileUnwinding wayBack;
-        throw std::logic_error("not the step's own failure");
-    } catch (const std::logic_error&) {
-    }
-    EXPECT_EQ(dump(kVirtualTable), (Table{{"b@d", "b@d"}}));
+    CaptureStderr();
+    rename(true, nullptr);
+    EXPECT_EQ(order + GetCapturedStderr(), "");
+    CaptureStderr();
+    rename(false, nullptr);
+    EXPECT_THAT(GetCapturedStderr(), StartsWith("CRITICAL ERROR: Unable to properly restore two used by Kavro."));
+    EXPECT_EQ(order, "31");
+    CaptureStderr();
+    rename(false, "one line");
+    EXPECT_THAT(GetCapturedStderr(), Not(HasSubstr("CRITICAL")));
+    EXPECT_EQ(order, "3131");
 }
 
 }  // namespace

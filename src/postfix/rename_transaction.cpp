@@ -1,12 +1,13 @@
-// The way back of a whole-table edit.
-#include "postfix/step_journal.h"
+// The way back of a whole-table edit, and of several steps.
+#include "postfix/rename_transaction.h"
 
-#include <functional>
 #include <unordered_map>
 #include <unordered_set>
-#include <vector>
+#include <utility>
 
+#include "postfix/postfix_errors.h"
 #include "postfix/table_rewrite.h"
+#include "util/log.h"
 
 namespace kavro::mail::postfix {
 
@@ -62,10 +63,10 @@ public:
         if (original == originals_.end()) {
             return !made;
         }
-        if (made || record.value == original->second) {
+        if (made && record.value != original->second) {
             return false;
         }
-        // Neither as it was nor as the edit made it: somebody wrote it since, and that is newer.
+        // As it was; or neither so nor as the edit made it: somebody wrote it since, and that is newer.
         originals_.erase(original);
         return true;
     }
@@ -100,6 +101,39 @@ void StepJournal::restore(const std::string& table, const LineFilter& forward) c
     stream.filterTail();
     filter.writeOriginals(rewrite.text());
     rewrite.rebuild();
+}
+
+RenameTransaction::~RenameTransaction() {
+    bool failed = false;
+    while (!steps_.empty()) {
+        try {
+            steps_.back().undo();
+        } catch (...) {
+            failed = true;
+            if (logText_ == nullptr) {
+                reportFailedRestore(steps_.back().humanName);
+            }
+        }
+        steps_.pop_back();
+    }
+    if (failed && logText_ != nullptr) {
+        kavro_log(KAVRO_LOG_ERROR, "%s", logText_);
+    }
+}
+
+void RenameTransaction::whole(const char* humanName, const Action& action, Action undo) {
+    arm({humanName, [] {}});
+    action();
+    steps_.back().undo.swap(undo);
+}
+
+void RenameTransaction::inParts(const char* humanName, const Action& action, Action undo) {
+    arm({humanName, std::move(undo)});
+    action();
+}
+
+void RenameTransaction::arm(Step step) {
+    steps_.push_back(std::move(step));
 }
 
 }  // namespace kavro::mail::postfix

@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "mxrepair/check.h"
 #include "mxrepair/init.h"
 #include "util/idn.h"
 #include "util/names.h"
@@ -24,11 +25,21 @@ namespace po = boost::program_options;
 
 constexpr const char* kUsage =
     "Usage: mxrepair --init\n"
+    "       mxrepair --check [--domain=NAME] [--json] [--wait-stdin]\n"
+    "       mxrepair --fix [--domain=NAME] [--json]\n"
     "       mxrepair --help\n"
     "\n"
     "  --init  makes the directories, lookup tables and databases of mxadmin that are missing,\n"
     "          and says what it made. Nothing that exists is changed.\n"
-    "  --help  displays this help message\n";
+    "  --check tells what is wrong in the stores, one line each, and what --fix would do about it.\n"
+    "          Changes nothing. Status 0: nothing found, 1: findings, 2: could not look.\n"
+    "  --fix   mends what has one right answer and tells what it leaves. Status 1: something is left.\n"
+    "  --help  displays this help message\n"
+    "\n"
+    "  --domain=NAME  only this domain and its aliases\n"
+    "  --json         for machines\n"
+    "  --wait-stdin   reads session documents, any number one after another, from standard input,\n"
+    "                 and compares their domains with them\n";
 
 /// A word of the command line that says what is to be done.
 struct Mode {
@@ -49,6 +60,8 @@ int runInit(const Options& /*options*/) {
 
 constexpr std::array kModes = {
     Mode{"init", false, false, false, false, &runInit, kFailure},
+    Mode{"check", false, true, true, true, &runCheck, kCouldNotLook},
+    Mode{"fix", false, true, true, false, &runFix, kFailure},
 };
 
 class UsageError : public std::runtime_error {

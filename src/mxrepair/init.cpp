@@ -26,8 +26,6 @@ namespace mxrepair {
 
 namespace {
 
-/// The account that the mail server runs as.
-constexpr const char* kPostfixUser = "postfix";
 constexpr const char* kRoot = "root";
 constexpr mode_t kOpenMode = 0755;
 

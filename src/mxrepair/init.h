@@ -10,6 +10,9 @@ namespace mxrepair {
 /// Throws std::runtime_error (or SystemError) with a text for the operator; what was made before it stays.
 void makeMissingStores(std::ostream& report);
 
+/// The account that the mail server runs as.
+inline constexpr const char* kPostfixUser = "postfix";
+
 /// Something has that name, be it a dangling link. Throws SystemError when that cannot be told.
 bool fileExists(const char* path);
 

@@ -269,6 +269,15 @@ void NodeState::loadAll() {
     loadTree();
 }
 
+void NodeState::settle() {
+    execute(
+        "CREATE TABLE settled_domain AS SELECT * FROM node_domain; DROP VIEW node_domain;"
+        "ALTER TABLE settled_domain RENAME TO node_domain; CREATE INDEX node_domain_name ON node_domain(domain);"
+        "CREATE TABLE settled_alias AS SELECT * FROM node_alias; DROP VIEW node_alias;"
+        "ALTER TABLE settled_alias RENAME TO node_alias; CREATE INDEX node_alias_name ON node_alias(alias);"
+        "CREATE INDEX node_alias_domain ON node_alias(domain)");
+}
+
 Insertion::Insertion(NodeState& node, const char* sql) : database_(node.database()), statement_(node.database()) {
     if (!statement_.prepare(sql)) {
         failStore("the temporary database", database_.errorText());

@@ -54,6 +54,8 @@ public:
     void loadKeys();
     void loadTree();
     void loadAll();
+    /// Turns the views into tables with indexes, for who asks them more than once. Nothing is to be loaded afterwards.
+    void settle();
 
     using RowReader = std::function<void(const kavro::SqliteStatement& row)>;
     /// Runs a statement with these texts as its parameters and hands each row over.

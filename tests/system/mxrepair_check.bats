@@ -1,0 +1,138 @@
+# mxrepair --check and --fix: a sound node is passed over in silence; whatever is broken is told in one line, mended
+# where there is one right answer, and left alone where there is not.
+load helpers
+
+HOME_OF_INFO=$MAIL_ROOT/d.test/info
+MAILDIR=$HOME_OF_INFO/Maildir
+
+setup() {
+  reset_stores
+  make_sample
+  sql $HANDLERS_DB "DELETE FROM handlers WHERE address='info@xd.test'"
+  postmap -d x@xd.test hash:$TABLES/vmailbox
+  remember
+}
+
+# broken WHAT EXPECTED-LINE: what --check says of it, and that it does not mend. "~" stands for what is not compared.
+broken() {
+  eval "$1"
+  state >/tmp/broken
+  with "" mxrepair --check
+  same "$1" "1 $2" "$status ${out%%; *}$err"
+  same "--check changed" "$(cat /tmp/broken)" "$(state)"
+  with "" mxrepair --fix
+  same "$1: lines of --fix" "$2" "${out%%; *}$err"
+}
+
+@test "what has one right answer is mended, and the stores are then as they were" {
+  with "" mxrepair --check
+  same "a sound node" "0|" "$status|$out$err"
+  while IFS='|' read -r break line; do
+    broken "$break" "$line"
+    same "$break: status of --fix" 0 $status
+    same "$break: after --fix" "" "$(changes)"
+    with "" mxrepair --check
+    same "$break: a second run" "0|" "$status|$out$err"
+  done <<END
+echo x >$TABLES/virtual|virtual: $TABLES/virtual: a text source that was left over
+cp -p $TABLES/vmailbox.db $TABLES/vmailbox.db.before; : >$TABLES/vmailbox.db|vmailbox: $TABLES/vmailbox.db.before: a rebuild of the table was cut short
+postmap -i hash:$TABLES/virtual <<<"d.test 1"|virtual: d.test: marked as a domain alias, and a domain in virtual_domains: its mail bounces
+postmap -d root@d.test hash:$TABLES/virtual|virtual: root@d.test: standard address is missing
+postmap -d kluser@a2.test hash:$TABLES/virtual|virtual: kluser@a2.test: standard address is missing
+postmap -d bob@d.test hash:$TABLES/virtual|virtual: bob@d.test: a mailbox without its address
+chmod 644 $TABLES/passwd_db_key|passwd.db: $TABLES/passwd_db_key: owner or mode is wrong
+chown root $TABLES|directory: $TABLES: owner or mode is wrong
+chgrp root $HANDLERS_DB|handlers.db: $HANDLERS_DB: owner or mode is wrong
+sql $AUTH_DB "UPDATE domains SET status=1 WHERE name='a1.test'"|passwd.db: a1.test: logins are switched off, but mail is accepted
+chmod 444 $KEYS/a1.test/default|domain keys: $KEYS/a1.test/default: owner or mode is wrong
+touch $KEYS/a1.test/default.aBcDeF|domain keys: $KEYS/a1.test/default.aBcDeF: a temporary file that was left over
+chmod 755 $MAIL_ROOT/d.test|mail storage: $MAIL_ROOT/d.test: owner or mode is wrong
+chown root $HOME_OF_INFO|mail storage: $HOME_OF_INFO: owner or mode is wrong
+rm -r $MAILDIR/cur $HOME_OF_INFO/@attachments|mail storage: $MAILDIR/cur: directory is missing
+rm $HOME_OF_INFO/.qmail|mail storage: $HOME_OF_INFO/.qmail: is missing
+: >$HOME_OF_INFO/.qmail|mail storage: $HOME_OF_INFO/.qmail: is empty
+chmod 644 $HOME_OF_INFO/.qmail|mail storage: $HOME_OF_INFO/.qmail: owner or mode is wrong
+touch $HOME_OF_INFO/.qmail.tmp|mail storage: $HOME_OF_INFO/.qmail.tmp: a temporary file that was left over
+touch $MAILDIR/tmp/1.4194300.host-maildirsize|mail storage: $MAILDIR/tmp/1.4194300.host-maildirsize: a temporary file that was left over
+rm $MAILDIR/maildirsize|mail storage: $MAILDIR/maildirsize: is missing
+echo "10 1" >>$MAIL_ROOT/d.test/bob/Maildir/maildirsize|mail storage: $MAIL_ROOT/d.test/bob/Maildir/maildirsize: shows a usage that is wrong
+echo junk >>$MAIL_ROOT/d.test/bob/Maildir/maildirsize|mail storage: $MAIL_ROOT/d.test/bob/Maildir/maildirsize: is damaged
+rm -r $MAIL_ROOT/d.test/info|mail storage: $HOME_OF_INFO: a mailbox without its home
+END
+}
+
+@test "what has no one right answer is told and left as it is" {
+  cp -a $TABLES /tmp/tables && cp -a $HANDLERS_DB /tmp/handlers && cp -a $MAIL_ROOT /tmp/mail
+  while IFS='|' read -r break line; do
+    broken "$break" "$line"
+    same "$break: status of --fix" 1 $status
+    same "$break: left" "$(cat /tmp/broken)" "$(state)"
+    rm -rf $TABLES $MAIL_ROOT $KEYS/gone.test
+    cp -a /tmp/tables $TABLES && cp -a /tmp/mail $MAIL_ROOT && cp -a /tmp/handlers $HANDLERS_DB
+  done <<END
+truncate -s 8192 $TABLES/virtual.db|virtual: $TABLES/virtual.db: is truncated
+rm $TABLES/aliases.db|aliases: $TABLES/aliases.db: is missing
+postmap -i hash:$TABLES/virtual <<<"old@d.test gone@d.test"|virtual: old@d.test: leads to gone@d.test, which leads nowhere
+postmap -i hash:$TABLES/virtual <<<"@a2.test x@b.test, gone@d.test"|virtual: @a2.test: leads to gone@d.test, which leads nowhere
+postmap -i hash:$TABLES/virtual <<<"gone@d.test gone@d.test"|virtual: gone@d.test: an address without a mailbox
+head -c 31 $TABLES/passwd_db_key >/tmp/k; cat /tmp/k >$TABLES/passwd_db_key|passwd.db: $TABLES/passwd_db_key: the key is too short
+openssl rand 32 >$TABLES/passwd_db_key|passwd.db: $TABLES/passwd_db_key: the key decrypts none of the stored passwords
+sql $AUTH_DB "UPDATE users SET userPassword=NULL WHERE name='sales' AND dom_id=1"|passwd.db: sales@d.test: a user without a password
+sql $AUTH_DB "INSERT INTO users (name, dom_id, userPassword) SELECT 'gone', dom_id, userPassword FROM users LIMIT 1"|passwd.db: gone@d.test: logins of an address that is not there
+add_handler gone@d.test spam|handlers.db: gone@d.test: handlers of an address that is not there
+add_handler gone@gone.test spam|handlers.db: gone.test: handlers of 1 addresses in a domain that is not here
+mkdir $KEYS/gone.test|domain keys: $KEYS/gone.test: a key of a domain that is not here
+mkdir -m 750 $MAIL_ROOT/d.test.KavroSaved.9|mail storage: $MAIL_ROOT/d.test.KavroSaved.9: a tree that was moved aside
+mv $MAILDIR /tmp/m; ln -s /tmp/m $MAILDIR|mail storage: $MAILDIR: a link in a directory's place
+ln -sf /etc/passwd $HOME_OF_INFO/.qmail|mail storage: $HOME_OF_INFO/.qmail: is a link, or no regular file
+cp -a $HOME_OF_INFO $MAIL_ROOT/d.test/new|mail storage: $MAIL_ROOT/d.test/new: a home without a mailbox record
+END
+}
+
+@test "an open transaction of a process that died is played back" {
+  cp $AUTH_DB /tmp/whole
+  sql $AUTH_DB "PRAGMA cache_size=1; BEGIN; UPDATE users SET status=1; UPDATE domains SET status=1;
+    CREATE TABLE filler AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 200)
+      SELECT i, randomblob(900) FROM n;" ".shell cp -p $AUTH_DB /tmp/torn; cp -p $AUTH_DB-journal /tmp/journal"
+  ! cmp -s /tmp/whole /tmp/torn
+  cat /tmp/torn >$AUTH_DB
+  cp -p /tmp/journal $AUTH_DB-journal
+  with "" mxrepair --check
+  same journal "1 passwd.db: $AUTH_DB-journal: a transaction was cut short; --fix: plays the journal back" "$status $out$err"
+  with "" mxrepair --fix
+  same fixed "0 " "$status $(changes)"
+}
+
+@test "session documents: what their domains lack and have too much is told, and of no other domain" {
+  with "$(document d.test "a1.test a3.test" "info:sales bob=6MB new" lost) $(document other.test)" \
+    mxrepair --check --wait-stdin
+  same "all lines, counted by what is wrong" "1
+1 document: names no domain of this node
+1 domain keys: a domain alias without the domain's key
+1 handlers.db: handlers of an address that is not in the document
+1 mail storage: a mailname of the document without its home
+1 mail storage: the quota is 5242840 bytes instead of 6291416 (0: none)
+1 vmailbox: ~
+15 virtual: is not in the document
+15 virtual: ~
+2 passwd.db: the mailbox has a password, this name of it has none
+5 passwd.db: a login that is not in the document" "$status
+$(sed -E 's/: [^:]*: /: /; s/; left.*//; s/does not lead to .*/~/' <<<"$out" | sort | uniq -c | sed 's/^ *//' | sort)"
+  with "$SAMPLE" mxrepair --check --wait-stdin --domain=d.test
+  same "its own document" "0|" "$status|$out$err"
+}
+
+@test "--check reads only, tells machines the same, and says 2 when it could not look" {
+  whole() { find / -xdev \( -path /proc -o -path /sys -o -path /tmp -o -path /var/tmp -o -path /dev -o -path /root -o -path /work \) -prune -o -printf '%p %i %m %U:%G %s %T@ %C@\n' | sort; }
+  add_handler gone@d.test spam
+  chmod 700 $MAIL_ROOT/d.test
+  whole >/tmp/whole
+  with "$SAMPLE" mxrepair --check --json --wait-stdin
+  same "the system" "" "$(diff /tmp/whole <(whole))"
+  same json "1 1" "$status $(sqlite3 :memory: "SELECT json_array_length('${out//\'/}') = 3 AND json_extract('${out//\'/}', '\$[1].fix') LIKE 'sets%'")"
+  mxrepair --check --domain=a1.test
+  for input in '' '{' 'x' "$SAMPLE $SAMPLE" "$(document d.test e.test) $(document e.test)" '{"domain": {}}'; do
+    with "$input" mxrepair --check --wait-stdin
+    [ "$status" = 2 ] || { echo "$input: $status"; return 1; }
+  done
+}

@@ -103,6 +103,9 @@ void StepJournal::restore(const std::string& table, const LineFilter& forward) c
     rewrite.rebuild();
 }
 
+RenameTransaction::RenameTransaction() : turn_("mxadmin rename", MKLock::kHashedName, MKLock::kWait) {
+}
+
 RenameTransaction::~RenameTransaction() {
     bool failed = false;
     while (!steps_.empty()) {

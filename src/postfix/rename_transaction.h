@@ -12,6 +12,7 @@
 
 #include "postfix/database_helper.h"
 #include "postfix/record_filters.h"
+#include "util/lock_file.h"
 
 namespace kavro::mail::postfix {
 
@@ -80,12 +81,14 @@ private:
 };
 
 /// The steps of one rename. What was not committed is taken back by the destructor, latest step first. A part of the
-/// way back that fails is reported, and the others go on.
+/// way back that fails is reported, and the others go on. Renames take turns: of two onto one name at once, neither
+/// could tell the other's records from those that stood before.
 class RenameTransaction {
 public:
     using Action = std::function<void()>;
 
-    RenameTransaction() = default;
+    /// Waits for its turn. Throws the system error "lock() failed".
+    RenameTransaction();
     RenameTransaction(const RenameTransaction&) = delete;
     RenameTransaction& operator=(const RenameTransaction&) = delete;
     ~RenameTransaction();
@@ -122,6 +125,7 @@ private:
 
     void arm(Step step);
 
+    MKLock turn_;  ///< outlives the steps, also while they are taken back
     std::vector<Step> steps_;
     const char* logText_ = nullptr;
 };

@@ -180,3 +180,17 @@ log: Unable to add records into handlers database\n'"$HANDLERS_FATAL"
   mx --rename-domain-alias --domain-name=d.test --old-domain-alias-name=a1.test --new-domain-alias-name=a2.test \
     --set-reject
 }
+
+@test "two renames onto one live name at once leave every store as it was" {
+  local round
+  prepare d.test
+  for name in e.test new.test; do with "$(document $name)" mxadmin --add-domain --domain-name=$name; done
+  remember
+  for round in 1 2 3; do
+    mxadmin --rename-domain --old-domain-name=d.test --new-domain-name=new.test 2>/dev/null >&2 &
+    with "" mxadmin --rename-domain --old-domain-name=e.test --new-domain-name=new.test
+    [ $status = 1 ]
+    wait
+    same "round $round" "" "$(changes)"
+  done
+}

@@ -15,6 +15,7 @@
 #include "process/descriptors.h"
 #include "process/retry.h"
 #include "util/c_memory.h"
+#include "util/file_io.h"
 #include "util/log.h"
 
 namespace {
@@ -25,7 +26,7 @@ using KeyBuffer = std::array<unsigned char, kKeyBufferSize>;
 
 /// Reads the key, unbuffered so that no other memory gets to hold it. False, logged, on failure.
 bool readKey(KeyBuffer& key, std::size_t size, const char* path) {
-    kavro::QuietFdOwner file(kavro::retryInterrupted([path] { return ::open(path, O_RDONLY | O_CLOEXEC); }));
+    kavro::QuietFdOwner file(kavro::openRegular(path, O_RDONLY));
     if (file.empty()) {
         kavro_log(KAVRO_LOG_ERROR, "Can't read encryption key from '%s': %s (%d)", path, std::strerror(errno), errno);
         return false;

@@ -11,27 +11,16 @@
 #include <cstdlib>
 #include <new>
 #include <string>
-#include <string_view>
 
 #include "process/descriptors.h"
 #include "process/retry.h"
 #include "util/errno_keeper.h"
+#include "util/file_io.h"
 #include "util/log.h"
 
 namespace {
 
 constexpr std::size_t kCopyBlock = 4096;
-
-bool writeWhole(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = kavro::retryInterrupted([&] { return ::write(fd, bytes.data(), bytes.size()); });
-        if (written == -1) {
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
 
 bool copyContents(int from, int to) {
     std::array<char, kCopyBlock> block;
@@ -40,7 +29,7 @@ bool copyContents(int from, int to) {
         if (count <= 0) {
             return count == 0;
         }
-        if (!writeWhole(to, {block.data(), static_cast<std::size_t>(count)})) {
+        if (!kavro::writeAll(to, {block.data(), static_cast<std::size_t>(count)})) {
             return false;
         }
     }
@@ -57,7 +46,7 @@ struct AtomicCopy {
     [[noreturn]] void fail(const char* step) const {
         if (temporaryMade) {
             const kavro::ErrnoKeeper keeper;
-            ::unlink(temporary.c_str());
+            kavro::retryInterrupted([this] { return ::unlink(temporary.c_str()); });
         }
         messlog2(EXIT_FAILURE, 0, "copy_file_atomic(%s -> %s): %s failed", source, target, step);
         std::abort();  // never reached: the reporter has ended the process
@@ -68,7 +57,7 @@ struct AtomicCopy {
 
 void copy_file_atomic(const char* source, const char* target, uid_t owner, gid_t group, mode_t mode) {
     AtomicCopy copy{source, target, {}, false};
-    kavro::QuietFdOwner from(kavro::retryInterrupted([&] { return ::open(source, O_RDONLY | O_CLOEXEC); }));
+    kavro::QuietFdOwner from(kavro::openRegular(source, O_RDONLY));
     if (from.empty()) {
         copy.fail("open");
     }
@@ -85,17 +74,17 @@ void copy_file_atomic(const char* source, const char* target, uid_t owner, gid_t
     if (!copyContents(from.get(), to.get())) {
         copy.fail("write");
     }
-    if (::fchown(to.get(), owner, group) == -1) {
+    if (kavro::retryInterrupted([&] { return ::fchown(to.get(), owner, group); }) == -1) {
         copy.fail("chown");
     }
-    if (::fchmod(to.get(), mode) == -1) {
+    if (kavro::retryInterrupted([&] { return ::fchmod(to.get(), mode); }) == -1) {
         copy.fail("chmod");
     }
     if (to.close_nothrow() == -1) {
         copy.fail("flush");
     }
     from.close_nothrow();
-    if (::rename(copy.temporary.c_str(), target) == -1) {
+    if (kavro::retryInterrupted([&] { return ::rename(copy.temporary.c_str(), target); }) == -1) {
         copy.fail("rename");
     }
 }

@@ -1,6 +1,7 @@
 // The table of the configuration file and its reader. Values live until the process ends.
 #include "util/config.h"
 
+#include <fcntl.h>
 #include <sys/types.h>
 
 #include <algorithm>
@@ -10,9 +11,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "process/descriptors.h"
 #include "util/c_file.h"
 #include "util/c_memory.h"
 #include "util/errno_keeper.h"
+#include "util/file_io.h"
 #include "util/log.h"
 
 namespace {
@@ -165,8 +168,11 @@ int conf_read_file_r(const char* path, ConfTable* table) {
     if (conf_init_r(table) == -1) {
         return -1;
     }
-    const kavro::CFile file(std::fopen(path, "re"));
-    if (file == nullptr) {
+    kavro::QuietFdOwner fd(kavro::openRegular(path, O_RDONLY));
+    const kavro::CFile file(fd.empty() ? nullptr : ::fdopen(fd.get(), "r"));
+    if (file != nullptr) {
+        fd.release();
+    } else {
         const kavro::ErrnoKeeper keeper;
         kavro_log(KAVRO_LOG_USER_WARNING, "unable to open configuration file %s: %s\n", path,
                   std::strerror(keeper.saved()));

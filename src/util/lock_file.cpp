@@ -17,6 +17,7 @@
 #include "process/system_error.h"
 #include "util/c_memory.h"
 #include "util/errno_keeper.h"
+#include "util/file_io.h"
 #include "util/log.h"
 #include "util/md5.h"
 
@@ -38,8 +39,7 @@ char* lockFilePath(const char* name, bool hashed) {
 
 /// A descriptor of 3 or more, or -1 with errno. A hashed name has no business being a link.
 int openLockFile(const char* path, bool hashed) {
-    const int flags = O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | (hashed ? O_NOFOLLOW : 0);
-    const int fd = kavro::retryInterrupted([&] { return ::open(path, flags, kLockFileMode); });
+    const int fd = kavro::openRegular(path, O_RDWR | O_CREAT | O_TRUNC | (hashed ? O_NOFOLLOW : 0), kLockFileMode);
     if (fd == -1 || fd >= kLowestDescriptor) {
         return fd;
     }

@@ -12,6 +12,7 @@
 
 #include "process/retry.h"
 #include "util/directory_tree.h"
+#include "util/file_io.h"
 #include "util/log.h"
 #include "util/product_root.h"
 
@@ -31,8 +32,7 @@ std::string semaphorePath() {
 }
 
 int openSemaphoreFile() {
-    return kavro::retryInterrupted(
-        [] { return ::open(semaphorePath().c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, kSemaphoreFileMode); });
+    return kavro::openRegular(semaphorePath().c_str(), O_WRONLY | O_CREAT, kSemaphoreFileMode);
 }
 
 void refuseNegative(long n, const char* function) {

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <ctime>
 
+#include "util/sqlite_files.h"
 #include "util/sqlite_memory.h"
 
 namespace kavro {
@@ -42,9 +43,41 @@ int repeatWhileBusy(Call&& call, CleanUp&& cleanUp) {
     return code;
 }
 
-template <typename Call>
-int repeatWhileBusy(Call&& call) {
-    return repeatWhileBusy(call, [] {});
+/// Whether the answer says that a killed writer's journal is to be rolled back first, which a read-only connection may
+/// not do.
+bool needsRecovery(sqlite3* handle, int code) {
+    return primaryCode(code) == SQLITE_READONLY && ::sqlite3_extended_errcode(handle) == SQLITE_READONLY_ROLLBACK;
+}
+
+/// Opens the database once for writing and reads from it, which rolls it back.
+bool recover(sqlite3* handle) {
+    kavro::SqliteConnection writer;
+    return writer.open(::sqlite3_db_filename(handle, "main"), kavro::SqliteConnection::Access::kReadWrite) &&
+           writer.execute("SELECT 1 FROM sqlite_master");
+}
+
+/// repeatWhileBusy, with a recovery between when one is needed.
+template <typename Call, typename CleanUp>
+int carryOut(sqlite3* handle, Call&& call, CleanUp&& cleanUp) {
+    const int code = repeatWhileBusy(call, cleanUp);
+    if (!needsRecovery(handle, code) || !recover(handle)) {
+        return code;
+    }
+    cleanUp();
+    return repeatWhileBusy(call, cleanUp);
+}
+
+constexpr auto kNothingToCleanUp = [] {};
+
+int flagsOf(kavro::SqliteConnection::Access access) {
+    switch (access) {
+        case kavro::SqliteConnection::Access::kReadOnly:
+            return SQLITE_OPEN_READONLY;
+        case kavro::SqliteConnection::Access::kReadWrite:
+            return SQLITE_OPEN_READWRITE;
+        default:
+            return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    }
 }
 
 }  // namespace
@@ -56,9 +89,10 @@ SqliteConnection::~SqliteConnection() {
 bool SqliteConnection::open(const char* path, Access access) {
     close();
     configureSqlite();
-    const int flags = access == Access::kReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
     // The handle of a failed open knows why it failed and is kept for that.
-    open_ = ::sqlite3_open_v2(path, &handle_, flags, nullptr) == SQLITE_OK;
+    const char* layer = sqliteFileLayer();
+    open_ = layer != nullptr &&
+            ::sqlite3_open_v2(path, &handle_, flagsOf(access) | SQLITE_OPEN_NOFOLLOW, layer) == SQLITE_OK;
     if (open_) {
         ::sqlite3_busy_timeout(handle_, kBusyTimeoutMs);
     }
@@ -76,8 +110,9 @@ bool SqliteConnection::execute(const char* script) {
             ::sqlite3_exec(handle_, "ROLLBACK", nullptr, nullptr, nullptr);
         }
     };
-    return repeatWhileBusy([&] { return ::sqlite3_exec(handle_, script, nullptr, nullptr, nullptr); },
-                           rollBackOwnTransaction) == SQLITE_OK;
+    return carryOut(
+               handle_, [&] { return ::sqlite3_exec(handle_, script, nullptr, nullptr, nullptr); },
+               rollBackOwnTransaction) == SQLITE_OK;
 }
 
 const char* SqliteConnection::errorText() const {
@@ -95,7 +130,7 @@ void SqliteConnection::close() {
     while (sqlite3_stmt* statement = ::sqlite3_next_stmt(handle_, nullptr)) {
         ::sqlite3_finalize(statement);
     }
-    repeatWhileBusy([this] { return ::sqlite3_close(handle_); });
+    repeatWhileBusy([this] { return ::sqlite3_close(handle_); }, kNothingToCleanUp);
     handle_ = nullptr;
     open_ = false;
 }
@@ -109,7 +144,9 @@ bool SqliteStatement::prepare(const char* sql) {
     handle_ = nullptr;
     sqlite3* connection = connection_.get();
     return connection != nullptr &&
-           repeatWhileBusy([&] { return ::sqlite3_prepare_v2(connection, sql, -1, &handle_, nullptr); }) == SQLITE_OK;
+           carryOut(
+               connection, [&] { return ::sqlite3_prepare_v2(connection, sql, -1, &handle_, nullptr); },
+               kNothingToCleanUp) == SQLITE_OK;
 }
 
 bool SqliteStatement::bind(int position, const char* text) {
@@ -125,8 +162,8 @@ bool SqliteStatement::bind(int position, int number) {
 }
 
 int SqliteStatement::step() {
-    return primaryCode(
-        repeatWhileBusy([this] { return ::sqlite3_step(handle_); }, [this] { ::sqlite3_reset(handle_); }));
+    return primaryCode(carryOut(
+        connection_.get(), [this] { return ::sqlite3_step(handle_); }, [this] { ::sqlite3_reset(handle_); }));
 }
 
 void SqliteStatement::reset() {

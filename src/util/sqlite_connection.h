@@ -15,14 +15,15 @@ inline constexpr const char* kGeneralDbError = "general DB errror";
 /// An open database, or none. Not copyable. The destructor closes, however long it takes.
 class SqliteConnection {
 public:
-    enum class Access { kReadOnly, kReadWriteCreate };
+    enum class Access { kReadOnly, kReadWrite, kReadWriteCreate };
 
     SqliteConnection() = default;
     SqliteConnection(const SqliteConnection&) = delete;
     SqliteConnection& operator=(const SqliteConnection&) = delete;
     ~SqliteConnection();
 
-    /// Opens the file. False on failure; errorText() tells why.
+    /// Opens the file, never through a link in its place. False on failure; errorText() tells why. What a killed writer
+    /// left half-done is rolled back by the first statement, for a reader by a short connection for writing.
     bool open(const char* path, Access access);
     /// Executes a script. False on failure.
     bool execute(const char* script);

@@ -69,7 +69,7 @@ TEST_F(Config, DefaultsStandInUntilTheFileCanBeRead) {
     EXPECT_EQ(zcpConfGetDefault("_MAX_POSSIBLE_ZCP_CONF_VAR_NAME"), nullptr);
     const std::string missing = "12 unable to open configuration file /etc/zcp/zcp.conf: No such file or directory\n";
     EXPECT_EQ(LogCapture::messages,
-              (std::vector<std::string>{missing, missing, "12 Unable to read configuration file: Is a directory",
+              (std::vector<std::string>{missing, missing, "12 unable to open configuration file /tmp: Is a directory\n",
                                         "3 variable '_MAX_POSSIBLE_ZCP_CONF_VAR_NAME' was found neither in "
                                         "/etc/zcp/zcp.conf, nor in compile-time defaults"}));
 }

@@ -104,7 +104,7 @@ TEST_F(Files, AtomicCopyReplacesTheTargetWholeOrEndsTheProcessWithoutATrace) {
     const auto copy = [this](const char* source, const char* target) {
         copy_file_atomic(path(source).c_str(), path(target).c_str(), uid_, gid_, 0440);
     };
-    EXPECT_EXIT(copy(".", "target"), ::testing::ExitedWithCode(1), "/target\\): write failed\n");
+    EXPECT_EXIT(copy(".", "target"), ::testing::ExitedWithCode(1), "/target\\): open failed\n");
     EXPECT_EXIT(copy("source", "."), ::testing::ExitedWithCode(1), "rename failed\n");
     EXPECT_EQ(readFile(path("target")), "old");
     copy("source", "target");

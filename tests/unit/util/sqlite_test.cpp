@@ -61,6 +61,102 @@ TEST_F(Sqlite, BusyDatabaseIsWaitedForAndAScriptRepeatedFromItsBeginning) {
     EXPECT_EQ(count(), 5);
 }
 
+/// A child ends in the middle of a transaction that has begun to change the file.
+void leaveHotJournal(const std::string& database) {
+    const auto run = runInChild([&]() -> int {
+        SqliteConnection connection;
+        connection.open(database.c_str(), SqliteConnection::Access::kReadWriteCreate);
+        ::_exit(
+            connection.execute("PRAGMA cache_size=1; BEGIN; INSERT INTO t(v) WITH RECURSIVE c(x) AS (SELECT 1 UNION "
+                               "ALL SELECT x + 1 FROM c WHERE x < 20000) SELECT 'half' FROM c;")
+                ? 0
+                : 1);
+    });
+    EXPECT_EQ(run.status, 0);
+    EXPECT_GT(std::filesystem::file_size(database + "-journal"), 0U);
+}
+
+TEST_F(Sqlite, AKilledWritersJournalIsRolledBackForReadersToo) {
+    leaveHotJournal(database());
+    EXPECT_EQ(count(), 0);
+    EXPECT_FALSE(std::filesystem::exists(database() + "-journal"));
+    SqliteConnection reader;
+    ASSERT_TRUE(reader.open(database().c_str(), SqliteConnection::Access::kReadOnly));
+    EXPECT_TRUE(reader.execute("SELECT * FROM t"));
+    leaveHotJournal(database());
+    EXPECT_TRUE(reader.execute("SELECT * FROM t"));
+    EXPECT_FALSE(reader.execute("INSERT INTO t(v) VALUES('x')"));
+}
+
+/// What ends a journal of a transaction over several databases: SQLite deletes the file of that name.
+std::string superJournalRecord(const std::string& name) {
+    const auto bigEndian = [](std::size_t number) {
+        std::string bytes;
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            bytes += static_cast<char>(number >> shift);
+        }
+        return bytes;
+    };
+    std::size_t sum = 0;
+    for (const char c : name) {
+        sum += static_cast<unsigned char>(c);
+    }
+    return bigEndian(0x40000000 / 4096 + 1) + name + bigEndian(name.size()) + bigEndian(sum) +
+           "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
+}
+
+TEST_F(Sqlite, NothingButTheDatabaseAndItsJournalIsTouched) {
+    const LogCapture log;
+    const std::string journal = database() + "-journal";
+    const auto change = [this] {
+        SqliteConnection connection;
+        return connection.open(database().c_str(), SqliteConnection::Access::kReadWriteCreate) &&
+               connection.execute("INSERT INTO t(v) VALUES('x')");
+    };
+    leaveHotJournal(database());
+    writeFile(path("precious"), "kept");
+    std::ofstream(journal, std::ios::binary | std::ios::app) << superJournalRecord(path("precious"));
+    const std::string planted = readFile(journal);
+    EXPECT_FALSE(change());
+    EXPECT_EQ(readFile(path("precious")), "kept");
+    EXPECT_EQ(readFile(journal), planted);
+    EXPECT_EQ(LogCapture::messages.back(),
+              "3 A database's journal names another file, " + path("precious") + ": refused");
+    std::filesystem::remove(journal);
+
+    sqlite_db_create(database().c_str(), "DROP TABLE t; CREATE TABLE t(k INTEGER PRIMARY KEY, v TEXT);", "test");
+    const std::string whole = readFile(database());
+    for (const std::string& name : {journal, database()}) {
+        const std::vector<std::function<void()>> plants = {
+            [&] { std::filesystem::create_symlink(path("precious"), name); },
+            [&] { std::filesystem::create_symlink(path("made"), name); },
+            [&] { ::mkfifo(name.c_str(), S_IRUSR | S_IWUSR); },
+        };
+        for (const auto& plant : plants) {
+            std::filesystem::remove(name);
+            plant();
+            EXPECT_FALSE(change());
+            EXPECT_EQ(LogCapture::messages.back(), "3 " + name + " is not a regular file, refused");
+        }
+        std::filesystem::remove(name);
+        writeFile(database(), whole);
+    }
+    EXPECT_EQ(readFile(path("precious")), "kept");
+    EXPECT_EQ(entryCount(), 2);
+
+    EXPECT_TRUE(change());
+    // A database in WAL mode would bring two files more.
+    std::string bytes = readFile(database());
+    bytes[18] = bytes[19] = 2;
+    writeFile(database(), bytes);
+    EXPECT_FALSE(change());
+    EXPECT_EQ(entryCount(), 2);
+    // A link on the way to the directory is the operator's.
+    std::filesystem::create_directory_symlink(path("."), path("way"));
+    EXPECT_EQ(sqlite_db_create(path("way/other").c_str(), "CREATE TABLE t(k);", "test"), 0);
+    EXPECT_TRUE(std::filesystem::exists(path("other")));
+}
+
 TEST_F(Sqlite, AnswersTellNullFromEmptyAndFailuresTheirText) {
     SqliteConnection none;
     EXPECT_STREQ(none.errorText(), "general DB errror");

@@ -1,0 +1,204 @@
+// A layer over SQLite's own for Unix, with an own look at every file's name and kind. A rollback journal may name a
+// "super-journal", which SQLite reads and deletes: whoever plants a journal chooses that name.
+#include "util/sqlite_files.h"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "process/retry.h"
+#include "util/file_io.h"
+#include "util/log.h"
+
+namespace {
+
+constexpr const char* kLayerName = "kavro";
+constexpr std::string_view kJournalSuffix = "-journal";
+constexpr std::string_view kWalSuffix = "-wal";
+
+sqlite3_vfs* below = nullptr;
+
+/// The databases that are open; SQLite keeps each name for as long.
+struct OpenDatabase {
+    const sqlite3_file* file;
+    std::string_view name;
+};
+std::vector<OpenDatabase> openDatabases;
+
+bool isDatabaseWith(std::string_view suffix, std::string_view name) {
+    return name.ends_with(suffix) &&
+           std::any_of(openDatabases.begin(), openDatabases.end(), [&](const OpenDatabase& database) {
+               return database.name == name.substr(0, name.size() - suffix.size());
+           });
+}
+
+/// The functions of one kind of file, ours and those below.
+struct FileMethods : sqlite3_io_methods {
+    const sqlite3_io_methods* below = nullptr;
+};
+FileMethods databaseMethods;
+FileMethods otherMethods;
+
+const sqlite3_io_methods* methodsBelow(const sqlite3_file* file) {
+    return static_cast<const FileMethods*>(file->pMethods)->below;
+}
+
+int syncFile(sqlite3_file* file, int flags) {
+    for (;;) {
+        const int result = methodsBelow(file)->xSync(file, flags);
+        int reason = 0;
+        if (result != SQLITE_IOERR_FSYNC ||
+            methodsBelow(file)->xFileControl(file, SQLITE_FCNTL_LAST_ERRNO, &reason) != SQLITE_OK || reason != EINTR) {
+            return result;
+        }
+    }
+}
+
+int closeFile(sqlite3_file* file) {
+    std::erase_if(openDatabases, [file](const OpenDatabase& database) { return database.file == file; });
+    return methodsBelow(file)->xClose(file);
+}
+
+/// Version 1 has no shared memory, which is how SQLite knows that there is no WAL mode.
+void takeOver(sqlite3_file* file, FileMethods& methods) {
+    static_cast<sqlite3_io_methods&>(methods) = *file->pMethods;
+    methods.below = file->pMethods;
+    methods.iVersion = 1;
+    methods.xSync = syncFile;
+    methods.xClose = closeFile;
+    file->pMethods = &methods;
+}
+
+void reportRefusal(const char* name) {
+    struct stat status {};
+    if (name != nullptr && ::lstat(name, &status) == 0 && !S_ISREG(status.st_mode)) {
+        kavro_log(KAVRO_LOG_ERROR, "%s is not a regular file, refused", name);
+    }
+}
+
+int openFile(sqlite3_vfs* /*layer*/, const char* name, sqlite3_file* file, int flags, int* answer) {
+    constexpr int permitted = SQLITE_OPEN_MAIN_DB | SQLITE_OPEN_MAIN_JOURNAL;
+    file->pMethods = nullptr;
+    // Without a name it is a temporary file, which SQLite makes elsewhere and removes at once.
+    if (name != nullptr && (flags & permitted) == 0) {
+        return SQLITE_CANTOPEN;
+    }
+    const bool isDatabase = name != nullptr && (flags & SQLITE_OPEN_MAIN_DB) != 0;
+    if (isDatabase) {
+        try {
+            openDatabases.push_back({file, name});
+        } catch (const std::exception&) {
+            return SQLITE_NOMEM;
+        }
+    }
+    const int result = below->xOpen(below, name, file, flags, answer);
+    if (result != SQLITE_OK) {
+        if (isDatabase) {
+            openDatabases.pop_back();
+        }
+        reportRefusal(name);
+    }
+    if (file->pMethods != nullptr) {
+        takeOver(file, isDatabase ? databaseMethods : otherMethods);
+    }
+    return result;
+}
+
+int deleteFile(sqlite3_vfs* /*layer*/, const char* name, int syncDirectory) {
+    return isDatabaseWith(kJournalSuffix, name) ? below->xDelete(below, name, syncDirectory) : SQLITE_IOERR_DELETE;
+}
+
+int accessFile(sqlite3_vfs* /*layer*/, const char* name, int what, int* answer) {
+    if (isDatabaseWith("", name) || isDatabaseWith(kJournalSuffix, name)) {
+        return below->xAccess(below, name, what, answer);
+    }
+    *answer = 0;
+    if (isDatabaseWith(kWalSuffix, name)) {
+        return SQLITE_OK;
+    }
+    // "Not there" would make SQLite drop the journal; as it is, nothing changes until somebody has looked at it.
+    kavro_log(KAVRO_LOG_ERROR, "A database's journal names another file, %s: refused", name);
+    return SQLITE_CANTOPEN;
+}
+
+/// SQLite would follow a link in the last place here, before it opens what came out.
+int fullPath(sqlite3_vfs* /*layer*/, const char* path, int size, char* answer) {
+    const char* slash = std::strrchr(path, '/');
+    const char* name = slash == nullptr ? path : slash + 1;
+    std::array<char, PATH_MAX> directory;
+    try {
+        const std::string given = slash == nullptr ? "." : std::string(path, name);
+        if (::realpath(given.c_str(), directory.data()) == nullptr) {
+            return SQLITE_CANTOPEN;
+        }
+    } catch (const std::exception&) {
+        return SQLITE_NOMEM;
+    }
+    const int length = ::snprintf(answer, static_cast<std::size_t>(size), "%s/%s", directory.data(), name);
+    return length < size ? SQLITE_OK : SQLITE_CANTOPEN;
+}
+
+/// Databases and journals are opened with O_NOFOLLOW; without it directories, to sync them, and /dev/urandom.
+int openSystemCall(const char* path, int flags, int mode) {
+    return (flags & O_NOFOLLOW) == 0 ? ::open(path, flags, mode)
+                                     : kavro::openRegular(path, flags, static_cast<mode_t>(mode));
+}
+
+/// SQLite passes a number or a pointer, as fcntl(2) itself does.
+int fcntlSystemCall(int fd, int command, ...) {
+    va_list arguments;
+    va_start(arguments, command);
+    void* argument = va_arg(arguments, void*);
+    va_end(arguments);
+    return kavro::retryInterrupted([&] { return ::fcntl(fd, command, argument); });
+}
+
+int unlinkSystemCall(const char* path) {
+    return kavro::retryInterrupted([path] { return ::unlink(path); });
+}
+
+template <typename Function>
+bool replaceSystemCall(const char* name, Function* function) {
+    return below->xSetSystemCall(below, name, reinterpret_cast<sqlite3_syscall_ptr>(function)) == SQLITE_OK;
+}
+
+}  // namespace
+
+const char* kavro::sqliteFileLayer() {
+    static sqlite3_vfs layer;
+    if (below != nullptr) {
+        return layer.zName;
+    }
+    below = ::sqlite3_vfs_find(nullptr);
+    if (below == nullptr) {
+        return nullptr;
+    }
+    layer = *below;
+    layer.pNext = nullptr;
+    layer.zName = kLayerName;
+    layer.xOpen = openFile;
+    layer.xDelete = deleteFile;
+    layer.xAccess = accessFile;
+    layer.xFullPathname = fullPath;
+    const bool ready = replaceSystemCall("open", openSystemCall) && replaceSystemCall("fcntl", fcntlSystemCall) &&
+                       replaceSystemCall("unlink", unlinkSystemCall) && ::sqlite3_vfs_register(&layer, 0) == SQLITE_OK;
+    if (!ready) {
+        below = nullptr;
+        return nullptr;
+    }
+    return layer.zName;
+}

@@ -9,7 +9,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <new>
 #include <string>
@@ -21,9 +20,9 @@
 #include "process/descriptors.h"
 #include "process/retry.h"
 #include "util/accounts.h"
-#include "util/c_file.h"
 #include "util/directory_tree.h"
 #include "util/errno_keeper.h"
+#include "util/file_io.h"
 #include "util/log.h"
 #include "util/sqlite_connection.h"
 
@@ -32,7 +31,8 @@ namespace {
 constexpr const char* kDatabaseGroup = "nofiles";
 constexpr const char* kPostfixUser = "postfix";
 constexpr mode_t kNewDirectoryMode = 0755;  // of missing parents too, which others must be able to pass
-constexpr mode_t kKeyFileMask = 077;
+constexpr mode_t kKeyFileMode = 0600;
+constexpr const char* kJournalSuffix = "-journal";
 
 /// Owners and modes that belong to one style.
 struct Access {
@@ -44,17 +44,14 @@ struct Access {
     mode_t keyMode;
 };
 
-/// The process file mask for one scope.
-class FileMask {
-public:
-    explicit FileMask(mode_t mask) : former_(::umask(mask)) {}
-    FileMask(const FileMask&) = delete;
-    FileMask& operator=(const FileMask&) = delete;
-    ~FileMask() { ::umask(former_); }
+/// The name that a file has until it is whole.
+std::string draftOf(const std::string& path) {
+    return path + ".new";
+}
 
-private:
-    mode_t former_;
-};
+void removeFile(const char* path) {
+    kavro::retryInterrupted([path] { return ::unlink(path); });
+}
 
 std::string directoryOf(const char* path) {
     std::string copy(path);
@@ -80,12 +77,12 @@ int createDBPath(const char* path) try {
 int setAccess(const char* path, int how, uid_t owner, gid_t group, mode_t mode) {
     kavro::QuietFdOwner file(
         kavro::retryInterrupted([&] { return ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | how); }));
-    if (file.empty() || ::fchown(file.get(), owner, group) == -1) {
+    if (file.empty() || kavro::retryInterrupted([&] { return ::fchown(file.get(), owner, group); }) == -1) {
         kavro_log(KAVRO_LOG_CRITICAL, "chown(\"%s\", %d, %d) failed: %s", path, static_cast<int>(owner),
                   static_cast<int>(group), std::strerror(errno));
         return -1;
     }
-    const int changed = ::fchmod(file.get(), mode);
+    const int changed = kavro::retryInterrupted([&] { return ::fchmod(file.get(), mode); });
     if (changed == -1) {
         kavro_log(KAVRO_LOG_CRITICAL, "chmod(\"%s\", %04o) failed: %s", path, static_cast<unsigned>(mode),
                   std::strerror(errno));
@@ -102,8 +99,11 @@ int findAccess(int style, Access* access) {
         }
         *access = {0, group, 0640, group, 0750, 0440};
     } else if (style == 1) {
-        errno = ENOENT;  // the reason when the look-up itself gives none
-        const struct passwd* postfix = ::getpwnam(kPostfixUser);
+        const struct passwd* postfix = nullptr;
+        do {
+            errno = ENOENT;  // the reason when the look-up itself gives none
+            postfix = ::getpwnam(kPostfixUser);
+        } while (postfix == nullptr && errno == EINTR);
         if (postfix == nullptr) {
             kavro_log(KAVRO_LOG_CRITICAL, "Unable to get user id for \"%s\": %s", kPostfixUser, std::strerror(errno));
             return -1;
@@ -118,46 +118,104 @@ int findAccess(int style, Access* access) {
 
 /// Writes a new key file and closes it. False with errno on failure; no part of a key is left then.
 bool writeKey(const std::array<unsigned char, MAIL_AES_KEY_SIZE>& key) {
-    const FileMask mask(kKeyFileMask);
-    kavro::CFile file(std::fopen(mailAuthKey, "wbxe"));
-    if (file == nullptr) {
+    kavro::QuietFdOwner file(kavro::openRegular(mailAuthKey, O_WRONLY | O_CREAT | O_EXCL, kKeyFileMode));
+    if (file.empty()) {
         return false;
     }
-    // Without a buffer no memory of the stream's gets to hold the key.
-    std::setvbuf(file.get(), nullptr, _IONBF, 0);
-    bool written = std::fwrite(key.data(), key.size(), 1, file.get()) == 1 && ::fsync(::fileno(file.get())) == 0;
-    if (std::fclose(file.release()) != 0) {
-        written = false;
-    }
+    const bool written = kavro::writeAll(file.get(), {reinterpret_cast<const char*>(key.data()), key.size()}) &&
+                         kavro::retryInterrupted([&] { return ::fsync(file.get()); }) == 0 && file.close_nothrow() == 0;
     if (!written) {
         const kavro::ErrnoKeeper reason;
-        ::unlink(mailAuthKey);
+        removeFile(mailAuthKey);
     }
     return written;
+}
+
+/// Database and key under the names that they have until they are whole. The paths lead to these for as long as it
+/// lives; what was not put in place is removed in the end.
+class Drafts {
+public:
+    Drafts() : database_(mailAuthDB), key_(mailAuthKey) {
+        kavro::auth::removeDrafts();
+        mailAuthDBSetPath(draftOf(database_).c_str());
+        mailAuthKeySetPath(draftOf(key_).c_str());
+    }
+    Drafts(const Drafts&) = delete;
+    Drafts& operator=(const Drafts&) = delete;
+    ~Drafts() {
+        const kavro::ErrnoKeeper keeper;
+        mailAuthDBSetPath(database_.c_str());
+        mailAuthKeySetPath(key_.c_str());
+        kavro::auth::removeDrafts();
+    }
+
+    /// The database comes last: an empty one beside a key can be told from a lost one. Its former journal would be
+    /// rolled back into the new one.
+    int putInPlace(bool withKey) {
+        if (withKey && renameFile(mailAuthKey, key_) == -1) {
+            return -1;
+        }
+        removeFile((database_ + kJournalSuffix).c_str());
+        return renameFile(mailAuthDB, database_);
+    }
+
+private:
+    static int renameFile(const char* from, const std::string& to) {
+        const int result = kavro::retryInterrupted([&] { return ::rename(from, to.c_str()); });
+        if (result == -1) {
+            kavro_log(KAVRO_LOG_CRITICAL, "rename(\"%s\", \"%s\") failed: %s", from, to.c_str(), std::strerror(errno));
+        }
+        return result;
+    }
+
+    const std::string database_;
+    const std::string key_;
+};
+
+/// Database, and key if wanted, of a style: made, given their owners and modes, put in place. 0, or -1, logged.
+int initialise(int style, bool withKey) try {
+    mailAuthDBSelectStyle(style);
+    Access access{};
+    // Before anything is made: a missing account must not cost the former database.
+    if (findAccess(style, &access) == -1) {
+        return -1;
+    }
+    Drafts drafts;
+    if (mailAuthDBInit() == -1 || (withKey && mailAuthKeyInit() == -1) ||
+        mailAuthDBSetAccess(access.owner, access.group, access.mode, access.owner, access.directoryGroup,
+                            access.directoryMode) == -1 ||
+        (withKey && mailAuthKeySetAccess(access.owner, access.group, access.keyMode) == -1)) {
+        return -1;
+    }
+    return drafts.putInPlace(withKey);
+} catch (const std::bad_alloc&) {
+    kavro_log(KAVRO_LOG_CRITICAL, "Memory allocation error");
+    return -1;
 }
 
 }  // namespace
 
 int mailAuthDBInitStyle(int style) {
-    mailAuthDBSelectStyle(style);
-    Access access{};
-    // Before anything is replaced: a missing account must not cost the former database.
-    if (findAccess(style, &access) == -1) {
-        return -1;
-    }
-    if (mailAuthDBInit() == -1 || mailAuthKeyInit() == -1 ||
-        mailAuthDBSetAccess(access.owner, access.group, access.mode, access.owner, access.directoryGroup,
-                            access.directoryMode) == -1) {
-        return -1;
-    }
-    return mailAuthKeySetAccess(access.owner, access.group, access.keyMode);
+    return initialise(style, true);
+}
+
+int kavro::auth::initDatabaseBesideKey(int style) {
+    return initialise(style, false);
+}
+
+void kavro::auth::removeDrafts() {
+    const std::string database = draftOf(mailAuthDB);
+    removeFile(draftOf(mailAuthKey).c_str());
+    removeFile((database + kJournalSuffix).c_str());
+    removeFile(database.c_str());
 }
 
 int mailAuthDBInit() {
     if (createDBPath(mailAuthDB) == -1) {
         return -1;
     }
-    ::unlink(mailAuthDB);
+    removeFile(mailAuthDB);
+    removeFile((mailAuthDB + std::string(kJournalSuffix)).c_str());
     kavro::SqliteConnection connection;
     if (!connection.open(mailAuthDB, kavro::SqliteConnection::Access::kReadWriteCreate)) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to open database %s: %s", mailAuthDB, connection.errorText());
@@ -178,7 +236,7 @@ int mailAuthKeyInit() {
     if (createDBPath(mailAuthKey) == -1) {
         return -1;
     }
-    ::unlink(mailAuthKey);
+    removeFile(mailAuthKey);
     std::array<unsigned char, MAIL_AES_KEY_SIZE> key{};
     const kavro::auth::ScopedWipe wipeKey(key);
     if (mail_aes_gen_key(key.data(), key.size()) == 0) {

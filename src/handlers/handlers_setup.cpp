@@ -7,6 +7,7 @@
 #include <string>
 
 #include "handlers/handlers_database.h"
+#include "process/retry.h"
 #include "util/accounts.h"
 #include "util/log.h"
 
@@ -57,7 +58,7 @@ int mh_db_create() {
     }
     // Half-made is worse than absent: the next attempt would fail on the tables that are there.
     if (fix_mh_db_permissions(mh_db_path) != 0) {
-        ::unlink(mh_db_path);
+        kavro::retryInterrupted([] { return ::unlink(mh_db_path); });
         return -1;
     }
     return 0;
@@ -70,11 +71,11 @@ int fix_mh_db_permissions(const char* path) {
         return -1;
     }
     // Owner before mode: the mode must never apply to the group that the file had before.
-    if (::chown(path, 0, readers) != 0) {
+    if (kavro::retryInterrupted([&] { return ::chown(path, 0, readers); }) != 0) {
         kavro_log(KAVRO_LOG_CRITICAL, "Unable to set owner on %s: %s", path, std::strerror(errno));
         return -1;
     }
-    if (::chmod(path, kMode) != 0) {
+    if (kavro::retryInterrupted([&] { return ::chmod(path, kMode); }) != 0) {
         kavro_log(KAVRO_LOG_CRITICAL, "Unable to set permissions on %s: %s", path, std::strerror(errno));
         return -1;
     }

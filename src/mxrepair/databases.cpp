@@ -1,9 +1,12 @@
 // Making of the databases. The floors below log the cause of a failure; the texts here say what follows from it.
 #include "mxrepair/databases.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -12,7 +15,10 @@
 #include "auth/auth_setup.h"
 #include "handlers/handlers_database.h"
 #include "mxrepair/init.h"
+#include "process/descriptors.h"
+#include "process/retry.h"
 #include "process/system_error.h"
+#include "util/file_io.h"
 
 namespace mxrepair {
 
@@ -30,18 +36,44 @@ private:
     std::string former_;
 };
 
-/// Removes a file when the scope ends, however it ends.
+/// Removes a file when the scope ends, however it ends, and before it begins.
 class ScopedFile {
 public:
-    explicit ScopedFile(std::string path) : path_(std::move(path)) {}
+    explicit ScopedFile(std::string path) : path_(std::move(path)) { remove(); }
     ScopedFile(const ScopedFile&) = delete;
     ScopedFile& operator=(const ScopedFile&) = delete;
-    ~ScopedFile() { ::unlink(path_.c_str()); }
+    ~ScopedFile() { remove(); }
     const std::string& path() const noexcept { return path_; }
 
 private:
+    void remove() const {
+        kavro::retryInterrupted([this] { return ::unlink(path_.c_str()); });
+    }
+
     std::string path_;
 };
+
+enum class Presence { kMissing, kEmpty, kThere };
+
+/// An empty database is what a command leaves that opened a missing one, and a --init that was killed.
+Presence presenceOf(const std::string& database) {
+    if (!fileExists(database.c_str())) {
+        return Presence::kMissing;
+    }
+    struct stat found {};
+    const bool empty = ::lstat(database.c_str(), &found) == 0 && S_ISREG(found.st_mode) && found.st_size == 0;
+    return empty ? Presence::kEmpty : Presence::kThere;
+}
+
+/// Puts an empty file in the place of a missing database: with it the next run knows, wherever this one is killed, that
+/// no passwords are lost.
+void markAsMissing(const std::string& database) {
+    kavro::QuietFdOwner mark(
+        kavro::openRegular(database.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+    if (mark.empty()) {
+        kavro::throwSystemError("cannot make the mail authentication database " + database, errno);
+    }
+}
 
 }  // namespace
 
@@ -49,41 +81,54 @@ void makeMissingAuthDatabase(std::ostream& report) {
     mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
     const std::string database = mailAuthDB;
     const std::string key = mailAuthKey;
-    const bool databaseExists = fileExists(database.c_str());
-    if (databaseExists != fileExists(key.c_str())) {
+    const Presence presence = presenceOf(database);
+    const bool keyExists = fileExists(key.c_str());
+    if (presence == Presence::kThere && keyExists) {
+        kavro::auth::removeDrafts();
+        return;
+    }
+    if (presence == Presence::kThere || (presence == Presence::kMissing && keyExists)) {
         // A new key would make every stored password unreadable, a new database would drop them.
-        const std::string& found = databaseExists ? database : key;
-        const std::string& missing = databaseExists ? key : database;
+        const std::string& found = keyExists ? key : database;
+        const std::string& missing = keyExists ? database : key;
         throw std::runtime_error(found + " exists but " + missing + " is missing: put it back from a backup, or move " +
                                  found + " away to begin with an empty database");
     }
-    if (databaseExists) {
-        return;
+    if (presence == Presence::kMissing) {
+        markAsMissing(database);
     }
-    if (mailAuthDBInitStyle(MAIL_AUTH_POSTFIX_STYLE) != 0) {
-        // Neither was there before; half of the pair would be taken for a loss the next time.
-        ::unlink(database.c_str());
-        ::unlink(key.c_str());
+    if ((keyExists ? kavro::auth::initDatabaseBesideKey(MAIL_AUTH_POSTFIX_STYLE)
+                   : mailAuthDBInitStyle(MAIL_AUTH_POSTFIX_STYLE)) != 0) {
         throw std::runtime_error("cannot make the mail authentication database " + database);
     }
-    report << "created mail authentication database " << database << '\n' << "created key " << key << '\n';
+    report << "created mail authentication database " << database << '\n';
+    if (!keyExists) {
+        report << "created key " << key << '\n';
+    }
 }
 
 void makeMissingHandlersDatabase(std::ostream& report) {
     const std::string database = mh_db_path;
-    if (fileExists(database.c_str())) {
-        return;
-    }
     // Made whole under another name: a database that was left without its tables or owner would count as there.
     const ScopedFile draft(database + ".new");
-    ::unlink(draft.path().c_str());
+    const ScopedFile draftJournal(draft.path() + "-journal");
+    const Presence presence = presenceOf(database);
+    if (presence == Presence::kThere) {
+        return;
+    }
     {
         const HandlersPathSwitch path(draft.path());
         if (mh_db_create() != 0) {
             throw std::runtime_error("cannot make the mail handlers database " + database);
         }
     }
-    if (::link(draft.path().c_str(), database.c_str()) != 0) {
+    if (presence == Presence::kEmpty) {
+        // What a killed command left would be rolled back into the new database.
+        const ScopedFile journal(database + "-journal");
+    }
+    const unsigned how = presence == Presence::kMissing ? RENAME_NOREPLACE : 0U;
+    if (kavro::retryInterrupted(
+            [&] { return ::renameat2(AT_FDCWD, draft.path().c_str(), AT_FDCWD, database.c_str(), how); }) != 0) {
         if (errno == EEXIST) {
             return;  // somebody else was faster
         }

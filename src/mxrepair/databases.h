@@ -5,11 +5,12 @@
 
 namespace mxrepair {
 
-/// Makes database and key where both are missing. Where only one is, the other cannot be made again: that throws
-/// std::runtime_error and leaves both as they are.
+/// Makes database and key where both are missing; an empty database counts as missing, and gets a new one that works
+/// with the key beside it. Where only one is there, the other cannot be made again: that throws std::runtime_error and
+/// leaves both as they are. Killed at any moment, it is completed by the next call.
 void makeMissingAuthDatabase(std::ostream& report);
 
-/// Makes the handlers database where it is missing. Throws std::runtime_error or SystemError.
+/// Makes the handlers database where it is missing or empty. Throws std::runtime_error or SystemError.
 void makeMissingHandlersDatabase(std::ostream& report);
 
 }  // namespace mxrepair

@@ -16,6 +16,7 @@
 #include "mxrepair/node_state.h"
 #include "postfix/postmap.h"
 #include "postfix/tables.h"
+#include "process/retry.h"
 #include "process/system_error.h"
 #include "services/domain_keys.h"
 #include "services/rename_plugins.h"
@@ -81,12 +82,17 @@ struct Directory {
 };
 
 bool accountExists(const char* user) {
-    return ::getpwnam(user) != nullptr;
+    const passwd* found = nullptr;
+    do {
+        errno = 0;
+        found = ::getpwnam(user);
+    } while (found == nullptr && errno == EINTR);
+    return found != nullptr;
 }
 
 /// The directory of lock files.
 Directory lockDirectory() {
-    return {LOCK_FILES_D, kRoot, kOpenMode};
+    return {LOCK_FILES_D, kRoot, S_IRWXU};
 }
 
 /// All others, in the order they are to be made. Reads the panel's configuration.
@@ -107,7 +113,7 @@ void makeMissingDirectory(const Directory& directory, std::ostream& report) {
         return;
     }
     makeMissingDirectory({parentOf(path), kRoot, kOpenMode}, report);
-    if (::mkdir(path.c_str(), S_IRWXU) != 0) {
+    if (kavro::retryInterrupted([&] { return ::mkdir(path.c_str(), S_IRWXU); }) != 0) {
         // Another run may have made the directory of the lock files, which no lock protects.
         if (errno != EEXIST || !directoryExists(path)) {
             fail(path);
@@ -117,7 +123,8 @@ void makeMissingDirectory(const Directory& directory, std::ostream& report) {
     NewDirectoryGuard guard(path);
     const uid_t owner = kavro_ugid(directory.user, 0);
     const gid_t group = kavro_ugid(directory.user, 1);
-    if (::chown(path.c_str(), owner, group) != 0 || ::chmod(path.c_str(), directory.mode) != 0) {
+    if (kavro::retryInterrupted([&] { return ::chown(path.c_str(), owner, group); }) != 0 ||
+        kavro::retryInterrupted([&] { return ::chmod(path.c_str(), directory.mode); }) != 0) {
         fail(path);
     }
     guard.complete();

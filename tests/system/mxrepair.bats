@@ -21,7 +21,8 @@ postfix:root 440 passwd_db_key
 postfix:root 460 passwd.db
 root:popuser 640 handlers.db
 root:root 644 aliases.db virtual.db virtual_domains.db vmailbox.db
-root:root 755 domain_rename domainkeys files handlers kavro kavro-9.0 mail qmail" "$(rights)"
+root:root 700 files
+root:root 755 domain_rename domainkeys handlers kavro kavro-9.0 mail qmail" "$(rights)"
   chmod 700 $KEYS
   postmap -i hash:$TABLES/virtual <<<'a@b.test c'
   rights >/tmp/rights
@@ -45,6 +46,29 @@ root:root 755 domain_rename domainkeys files handlers kavro kavro-9.0 mail qmail
   same rights "$(cat /tmp/rights)" "$(rights)"
   with "" mxrepair --init
   same another "0||" "$status|$out|$err"
+}
+
+@test "an empty database is made anew beside its key, whatever a killed run left" {
+  md5sum $TABLES/passwd_db_key >/tmp/key
+  rights >/tmp/rights
+  for database in $AUTH_DB $HANDLERS_DB; do
+    : >$database
+    printf '\xd9\xd5\x05\xf9\x20\xa1\x63\xd7\xff\xff\xff\xff%04096d' 0 >$database-journal
+    cp $database-journal $database.new-journal
+    echo half >$database.new
+    with "" mxrepair --init
+    same report "0 created mail ${database##*/}" "$status $(sed 's/.*mail .* database .*\//created mail /' /tmp/out)"
+    same "made of $database" "$(cat /tmp/rights /tmp/key)" "$(rights; md5sum $TABLES/passwd_db_key)"
+    sql $database 'SELECT count(*) FROM handlers' || sql $database 'SELECT count(*) FROM users'
+  done
+  # Killed when the key has its name and the database not yet, and before: an empty database marks that none is lost.
+  for at in 1 2; do
+    rm $TABLES/passwd*
+    with "" strace -qq -o /dev/null -e trace=rename -e inject=rename:signal=KILL:when=$at mxrepair --init
+    same "killed at $at" "137 0" "$status $(stat -c %s $AUTH_DB)"
+    with "" mxrepair --init
+    same "after the kill" "0 $(cat /tmp/rights)" "$status $(rights)"
+  done
 }
 
 @test "half of database and key, a file in the way, what postmap says, and what must be there first, are told" {

@@ -67,8 +67,7 @@ smtp_send() {
   case $rcpt in 2*) ;; *) return 1 ;; esac
 }
 
-# A running address resolver keeps what it read of a table until its clients have been idle for some seconds. This is
-# the shortcut.
+# For stores that were replaced beneath it, which no daemon is told of.
 reload_postfix() {
   postfix reload >/dev/null 2>&1
   sleep 0.5

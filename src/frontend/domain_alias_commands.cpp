@@ -7,6 +7,7 @@
 #include "frontend/option_groups.h"
 #include "frontend/option_types.h"
 #include "postfix/backend_operations.h"
+#include "postfix/running_postfix.h"
 
 namespace backend = kavro::mail::postfix::mxadmin_commands;
 
@@ -21,8 +22,9 @@ int addDomainAlias(int argc, char** argv) {
     formNotexistingMailOptions(helper);
     standardOptionsParse(helper, argc, argv);
     const CommandMailData data(helper, {.domainAlias = "domain-alias-name"});
-    return backend::addDomainAlias(domainOption(helper), domainOption(helper, "domain-alias-name"),
-                                   buildNotexistingMailnamesAction(helper), true);
+    const NonexistingMailnamesAction action = buildNotexistingMailnamesAction(helper);
+    const kavro::mail::postfix::RoutingNotice notice;
+    return backend::addDomainAlias(domainOption(helper), domainOption(helper, "domain-alias-name"), action, true);
 }
 
 int removeDomainAlias(int argc, char** argv) {
@@ -32,6 +34,7 @@ int removeDomainAlias(int argc, char** argv) {
     formDomainAliasOptions(helper);
     standardOptionsParse(helper, argc, argv);
     const CommandMailData data(helper, {.domainAlias = "domain-alias-name"});
+    const kavro::mail::postfix::RoutingNotice notice;
     return backend::removeDomainAlias(domainOption(helper), domainOption(helper, "domain-alias-name"), true);
 }
 
@@ -49,9 +52,10 @@ int renameDomainAlias(int argc, char** argv) {
     formNotexistingMailOptions(helper);
     standardOptionsParse(helper, argc, argv);
     const CommandMailData data(helper, {.domainAlias = "old-domain-alias-name"});
+    const NonexistingMailnamesAction action = buildNotexistingMailnamesAction(helper);
+    const kavro::mail::postfix::RoutingNotice notice;
     return backend::renameDomainAlias(domainOption(helper), domainOption(helper, "old-domain-alias-name"),
-                                      domainOption(helper, "new-domain-alias-name"),
-                                      buildNotexistingMailnamesAction(helper));
+                                      domainOption(helper, "new-domain-alias-name"), action);
 }
 
 }  // namespace mxadmin_commands

@@ -8,6 +8,7 @@
 #include "frontend/option_groups.h"
 #include "frontend/option_types.h"
 #include "postfix/backend_operations.h"
+#include "postfix/running_postfix.h"
 #include "session/session_queries.h"
 
 namespace backend = kavro::mail::postfix::mxadmin_commands;
@@ -39,6 +40,7 @@ int addDomain(int argc, char** argv) {
     addWaitStdinOption(helper);
     standardOptionsParse(helper, argc, argv);
     const CommandMailData data(helper);
+    const kavro::mail::postfix::RoutingNotice notice;
     if (helper.has("disk-quota")) {
         return backend::addDomain(domainOption(helper), helper.get<long>("disk-quota"));
     }
@@ -52,6 +54,7 @@ int removeDomain(int argc, char** argv) {
     addMailDataOptions(helper);
     standardOptionsParse(helper, argc, argv);
     const CommandMailData data(helper);
+    const kavro::mail::postfix::RoutingNotice notice;
     return backend::removeDomain(domainOption(helper));
 }
 
@@ -61,6 +64,7 @@ int renameDomain(int argc, char** argv) {
     helper.addOptions()("old-domain-name", boost::program_options::value<DomainNameTOpt>(), "old domain name", true)(
         "new-domain-name", boost::program_options::value<DomainNameTOpt>(), "new domain name", true);
     standardOptionsParse(helper, argc, argv);
+    const kavro::mail::postfix::RoutingNotice notice;
     return backend::renameDomain(domainOption(helper, "old-domain-name"), domainOption(helper, "new-domain-name"));
 }
 
@@ -74,6 +78,7 @@ int enableDomain(int argc, char** argv) {
     const CommandMailData data(helper);
     const std::string& domain = domainOption(helper);
     const NonexistingMailnamesAction action = buildNotexistingMailnamesAction(helper);
+    const kavro::mail::postfix::RoutingNotice notice;
     const int result = forEachDomainAlias(
         domain, [&](const std::string& alias) { return backend::addDomainAlias(domain, alias, action, false); });
     return result | backend::enableDomain(domain);
@@ -87,6 +92,7 @@ int disableDomain(int argc, char** argv) {
     standardOptionsParse(helper, argc, argv);
     const CommandMailData data(helper);
     const std::string& domain = domainOption(helper);
+    const kavro::mail::postfix::RoutingNotice notice;
     const int result = forEachDomainAlias(
         domain, [&](const std::string& alias) { return backend::removeDomainAlias(domain, alias, false); });
     return result | backend::disableDomain(domain);

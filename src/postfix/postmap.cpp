@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "postfix/running_postfix.h"
 #include "postfix/tables.h"
 #include "process/process_launch.h"
 
@@ -66,6 +67,7 @@ PostmapResult runPostmap(const std::vector<std::string>& arguments, const proces
                          const process::Consumer& output) {
     using process::ProcessLaunch;
 
+    const MapSecond second(arguments.back());
     PostmapResult result;
     process::Parameters<process::PipeProcessFlags> postmap(kPostmap);
     postmap.argv.insert(postmap.argv.end(), arguments.begin(), arguments.end());

@@ -20,8 +20,9 @@ struct PostmapResult {
     std::string reason() const;
 };
 
-/// Runs postmap with the arguments. Its standard input comes from `input`, its standard output goes to `output`; either
-/// is the null device when empty. Throws what the pipeline throws; a failed run is told by the result only.
+/// Runs postmap with the arguments, the table last. Its standard input comes from `input`, its standard output goes to
+/// `output`; either is the null device when empty. Throws what the pipeline throws; a failed run is told by the result
+/// only.
 PostmapResult runPostmap(const std::vector<std::string>& arguments, const process::Producer& input,
                          const process::Consumer& output);
 

@@ -37,6 +37,22 @@ $(seen_through - a1.test; seen_through - a2.test)
 +storage: d.test/info/Maildir/maildirsize: $((4096 - $(stat -c %s $MAIL_ROOT/d.test/info/@attachments)))S,0C~           0           0~")" "$(changes)"
 }
 
+@test "every process of the resolver is told of a changed domain alias, none before it had time for an answer" {
+  local resolver=/usr/lib/postfix/sbin/trivial-rewrite started sleepers n
+  install -D /bin/sleep $resolver.new && mv $resolver.new $resolver
+  started=${EPOCHREALTIME/.}
+  for n in 1 2; do
+    env --default-signal=INT $resolver 60 3>&- &
+    sleepers+=" $!"
+  done
+  mx --del-domain-alias --domain-name=d.test --domain-alias-name=a1.test
+  for n in $sleepers; do
+    status=0; wait $n || status=$?
+    [ $status = 130 ]
+  done
+  [ $((${EPOCHREALTIME/.} - started)) -ge 500000 ]
+}
+
 @test "--remove-domain removes the domain everywhere, leaves bounce records and neighbours" {
   mx --turn-on-domain --domain-name=d.test --set-bounce --phrase=gone
   add_handler d.test whole

@@ -1,5 +1,5 @@
-// Operations on the authentication database, repeated for every name that delivers to the same mailbox. The lists come
-// from the session queries, which find a mailname in constant time: no operation is quadratic in the mailnames.
+// The lists come from the session queries, which find a mailname in constant time: no operation is quadratic in the
+// mailnames.
 #include "session/auth_mass_operations.h"
 
 #include <memory>
@@ -13,9 +13,9 @@
 
 namespace {
 
-constexpr int FAILED = -1;
-constexpr int NOTHING_TO_DO = 0;
-constexpr int DONE = 1;
+constexpr int kFailed = -1;
+constexpr int kNothingToDo = 0;
+constexpr int kDone = 1;
 
 /// The answer of a session query, with the result that tells whether there was data to ask.
 class Answer {
@@ -33,7 +33,7 @@ public:
 
     /// Calls `action` with each string. False when an action answers -1, which ends the walk.
     template <typename Action>
-    bool forEach(Action action) const {
+    bool for_each(Action action) const {
         for (char** string = strings(); string != nullptr && *string != nullptr; ++string) {
             if (action(static_cast<const char*>(*string)) == -1) {
                 return false;
@@ -70,22 +70,22 @@ private:
 template <typename... Names>
 int failed(const char* format, Names... names) {
     kavro_log(KAVRO_LOG_ERROR, format, names...);
-    return FAILED;
+    return kFailed;
 }
 
 int clone_for_alias(const char* mailname, const char* domain, const char* alias) {
     return mailAuthClone(mailname, domain, mailname, alias) == -1
                ? failed("Unable to clone auth record for %s@%s", mailname, domain)
-               : DONE;
+               : kDone;
 }
 
 int remove_mailname(const char* mailname, const char* domain) {
-    return mailAuthRemove(mailname, domain) == -1 ? failed("Unable to remove mailname %s@%s", mailname, domain) : DONE;
+    return mailAuthRemove(mailname, domain) == -1 ? failed("Unable to remove mailname %s@%s", mailname, domain) : kDone;
 }
 
 int remove_mailname_everywhere(const char* mailname, const char* domain) {
     return rm_mname_from_domains(mailname, domain) == -1 ? failed("Unable to remove mailname from domain aliases")
-                                                         : DONE;
+                                                         : kDone;
 }
 
 }  // namespace
@@ -96,18 +96,18 @@ int add_domain_auth_alias(const char* domain, const char* alias) {
         return failed("Unable to get mailnames from domain %s", domain);
     }
     if (mailnames.strings() == nullptr) {
-        return NOTHING_TO_DO;
+        return kNothingToDo;
     }
-    const bool done = mailnames.forEach([domain, alias](const char* mailname) {
+    const bool done = mailnames.for_each([domain, alias](const char* mailname) {
         const Answer aliases(&get_aliases_by_mailname, mailname, domain);
         if (aliases.failed()) {
             return failed("Unable to get mail aliases for %s@%s", mailname, domain);
         }
         const bool cloned =
-            aliases.forEach([domain, alias](const char* name) { return clone_for_alias(name, domain, alias); });
-        return cloned ? clone_for_alias(mailname, domain, alias) : FAILED;
+            aliases.for_each([domain, alias](const char* name) { return clone_for_alias(name, domain, alias); });
+        return cloned ? clone_for_alias(mailname, domain, alias) : kFailed;
     });
-    return done ? DONE : FAILED;
+    return done ? kDone : kFailed;
 }
 
 int rm_domain_auth_alias(const char* alias) {
@@ -121,45 +121,46 @@ int rm_domain_auth_alias(const char* alias) {
         return failed("Unable to get domain by domain alias %s", alias);
     }
     if (found == nullptr) {
-        return NOTHING_TO_DO;
+        return kNothingToDo;
     }
     const char* const domain = found;
     const Answer mailnames(&get_mailnames_by_domain, domain);
     if (mailnames.failed()) {
         return failed("Unable to get mailnames from domain %s", domain);
     }
-    const bool done = mailnames.forEach([domain, alias](const char* mailname) {
+    const bool done = mailnames.for_each([domain, alias](const char* mailname) {
         const Answer aliases(&get_aliases_by_mailname, mailname, domain);
         if (aliases.failed()) {
             return failed("Unable to get aliases for mailname %s@%s", mailname, domain);
         }
-        const bool removed = aliases.forEach([alias](const char* name) {
-            return mailAuthRemove(name, alias) == -1 ? failed("Unable to remove mail alias %s@%s", name, alias) : DONE;
+        const bool removed = aliases.for_each([alias](const char* name) {
+            return mailAuthRemove(name, alias) == -1 ? failed("Unable to remove mail alias %s@%s", name, alias) : kDone;
         });
-        return removed ? DONE : FAILED;
+        return removed ? kDone : kFailed;
     });
     // Kept: 0, not 1, when everything was done.
-    return done ? NOTHING_TO_DO : FAILED;
+    return done ? kNothingToDo : kFailed;
 }
 
 int rm_mname_from_domains(const char* mailname, const char* domain) {
-    if (remove_mailname(mailname, domain) == FAILED) {
-        return FAILED;
+    if (remove_mailname(mailname, domain) == kFailed) {
+        return kFailed;
     }
     const Answer aliases(&get_domaliases_by_domain, domain);
     if (aliases.failed()) {
         return failed("Unable to get domain aliases for domain %s", domain);
     }
     if (aliases.strings() == nullptr) {
-        return NOTHING_TO_DO;
+        return kNothingToDo;
     }
-    return aliases.forEach([mailname](const char* alias) { return remove_mailname(mailname, alias); }) ? DONE : FAILED;
+    return aliases.for_each([mailname](const char* alias) { return remove_mailname(mailname, alias); }) ? kDone
+                                                                                                        : kFailed;
 }
 
 int rm_mails_from_domains(const char* mailname, const char* domain) {
     // Kept: the mailname is removed here and once more with its domain aliases.
-    if (remove_mailname(mailname, domain) == FAILED || remove_mailname_everywhere(mailname, domain) == FAILED) {
-        return FAILED;
+    if (remove_mailname(mailname, domain) == kFailed || remove_mailname_everywhere(mailname, domain) == kFailed) {
+        return kFailed;
     }
     const Answer aliases(&get_aliases_by_mailname, mailname, domain);
     if (aliases.failed()) {
@@ -167,11 +168,11 @@ int rm_mails_from_domains(const char* mailname, const char* domain) {
         return failed("Unable to get mail aliases for mailname %s%s", mailname, domain);
     }
     if (aliases.strings() == nullptr) {
-        return NOTHING_TO_DO;
+        return kNothingToDo;
     }
     const bool done =
-        aliases.forEach([domain](const char* alias) { return remove_mailname_everywhere(alias, domain); });
-    return done ? DONE : FAILED;
+        aliases.for_each([domain](const char* alias) { return remove_mailname_everywhere(alias, domain); });
+    return done ? kDone : kFailed;
 }
 
 int set_passwd_for_domains(const char* mailname, const char* domain, const char* password, unsigned char flags) {
@@ -183,30 +184,30 @@ int set_passwd_for_domains(const char* mailname, const char* domain, const char*
         return failed("Unable to get domain aliases for domain %s", domain);
     }
     if (aliases.strings() == nullptr) {
-        return NOTHING_TO_DO;
+        return kNothingToDo;
     }
     const LoadedCipher cipher(password, flags);
     // A failure here has no line of its own: the database has logged it.
     const bool done =
-        aliases.forEach([=](const char* alias) { return set_postbox_passwd(mailname, alias, password, flags); });
-    return done ? DONE : FAILED;
+        aliases.for_each([=](const char* alias) { return set_postbox_passwd(mailname, alias, password, flags); });
+    return done ? kDone : kFailed;
 }
 
 int set_mass_postbox_passwd(const char* mailname, const char* domain, const char* password, unsigned char flags) {
-    if (set_passwd_for_domains(mailname, domain, password, flags) == FAILED) {
-        return FAILED;
+    if (set_passwd_for_domains(mailname, domain, password, flags) == kFailed) {
+        return kFailed;
     }
     const Answer aliases(&get_aliases_by_mailname, mailname, domain);
     if (aliases.failed()) {
-        return FAILED;
+        return kFailed;
     }
     if (aliases.strings() == nullptr) {
-        return NOTHING_TO_DO;
+        return kNothingToDo;
     }
     const LoadedCipher cipher(password, flags);
     const bool done =
-        aliases.forEach([=](const char* alias) { return set_passwd_for_domains(alias, domain, password, flags); });
-    return done ? DONE : FAILED;
+        aliases.for_each([=](const char* alias) { return set_passwd_for_domains(alias, domain, password, flags); });
+    return done ? kDone : kFailed;
 }
 
 int domain_auth_action(const char* domain, int (*action)(const char* domain), const char* actionName) {
@@ -218,10 +219,10 @@ int domain_auth_action(const char* domain, int (*action)(const char* domain), co
         return failed("Unable to get aliases for domain %s", domain);
     }
     if (aliases.strings() == nullptr) {
-        return NOTHING_TO_DO;
+        return kNothingToDo;
     }
-    const bool done = aliases.forEach([action, actionName](const char* alias) {
-        return action(alias) == -1 ? failed("Unable to %s for domain alias %s", actionName, alias) : DONE;
+    const bool done = aliases.for_each([action, actionName](const char* alias) {
+        return action(alias) == -1 ? failed("Unable to %s for domain alias %s", actionName, alias) : kDone;
     });
-    return done ? DONE : FAILED;
+    return done ? kDone : kFailed;
 }

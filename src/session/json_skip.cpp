@@ -1,50 +1,28 @@
 // Skipping of values. Containers are open in a list of one bit each instead of on the stack: a document of a million
 // brackets is skipped like any other.
-#include <cstdint>
 #include <new>
 #include <vector>
 
+#include "session/json_parser.h"
 #include "session/json_scan.h"
-
-using sj_scan::fail;
-using sj_scan::is_digit;
-using sj_scan::skip_space;
 
 namespace {
 
-/// The containers that are open around the position, innermost last.
-class OpenContainers {
-public:
-    bool empty() const { return depth_ == 0; }
-    bool innermostIsObject() const { return (kinds_ & 1) != 0; }
+/// The containers that are open around the position, innermost last; true for an object.
+using OpenContainers = std::vector<bool>;
 
-    /// Throws std::bad_alloc.
-    void push(bool object) {
-        if (depth_ != 0 && depth_ % KINDS == 0) {
-            outer_.push_back(kinds_);
-        }
-        kinds_ = (kinds_ << 1) | (object ? 1U : 0U);
-        ++depth_;
+/// Steps over digits; false when there are none.
+bool skip_digits(sj_parser* parser) {
+    if (!is_digit(*parser->position)) {
+        return false;
     }
-
-    void pop() {
-        kinds_ >>= 1;
-        --depth_;
-        if (depth_ != 0 && depth_ % KINDS == 0) {
-            kinds_ = outer_.back();
-            outer_.pop_back();
-        }
+    while (is_digit(*parser->position)) {
+        ++parser->position;
     }
+    return true;
+}
 
-private:
-    static constexpr std::size_t KINDS = 64;  ///< in a word
-
-    std::uint64_t kinds_ = 0;           ///< the innermost containers; bit 0 is the last one, set for an object
-    std::vector<std::uint64_t> outer_;  ///< full words of those around them
-    std::size_t depth_ = 0;
-};
-
-int skip_scalar(sj_parser* parser) {
+void skip_scalar(sj_parser* parser) {
     switch (*parser->position) {
         case '"':
             sj_parse_string(parser);
@@ -57,13 +35,13 @@ int skip_scalar(sj_parser* parser) {
             sj_parse_null(parser);
             break;
         default:
-            if (*parser->position != '-' && !is_digit(*parser->position)) {
-                return fail(parser, SJ_NO_VALUE);
+            if (sj_peek_is_number(parser) != 0) {
+                sj_skip_number(parser);
+            } else {
+                fail(parser, SJ_NO_VALUE);
             }
-            sj_skip_number(parser);
             break;
     }
-    return parser->error;
 }
 
 /// Begins one more member of the innermost container. False, and nothing is read, when an error stands.
@@ -71,14 +49,14 @@ bool begin_member(sj_parser* parser, const OpenContainers& open) {
     if (parser->error != SJ_OK) {
         return false;
     }
-    if (open.innermostIsObject()) {
+    if (open.back()) {
         sj_parse_object_key(parser);
     }
     return true;
 }
 
 int skip_separator(sj_parser* parser, const OpenContainers& open) {
-    return open.innermostIsObject() ? sj_parse_object_next(parser) : sj_parse_array_next(parser);
+    return open.back() ? sj_parse_object_next(parser) : sj_parse_array_next(parser);
 }
 
 /// Skips the value at the position and what it contains.
@@ -88,22 +66,22 @@ void skip(sj_parser* parser) {
     OpenContainers open;
     do {
         skip_space(parser);
-        const bool object = *parser->position == '{';
-        if (object || *parser->position == '[') {
+        const bool object = sj_peek_is_object(parser) != 0;
+        if (object || sj_peek_is_array(parser) != 0) {
             ++parser->position;
             const auto end_if_empty = object ? &sj_parse_object_end_if_empty : &sj_parse_array_end_if_empty;
             if (end_if_empty(parser) == 0) {
-                open.push(object);
+                open.push_back(object);
                 if (begin_member(parser, open)) {
                     continue;
                 }
-                open.pop();
+                open.pop_back();
             }
         } else {
             skip_scalar(parser);
         }
         while (!open.empty() && !(skip_separator(parser, open) == 0 && begin_member(parser, open))) {
-            open.pop();
+            open.pop_back();
         }
     } while (!open.empty());
 }
@@ -119,12 +97,30 @@ int sj_skip_value(sj_parser* parser) {
     return parser->error;
 }
 
-int sj_skip_array(sj_parser* parser) {
+int sj_skip_number(sj_parser* parser) {
     skip_space(parser);
-    return sj_peek_is_array(parser) != 0 ? sj_skip_value(parser) : fail(parser, SJ_NO_ARRAY);
-}
-
-int sj_skip_object(sj_parser* parser) {
-    skip_space(parser);
-    return sj_peek_is_object(parser) != 0 ? sj_skip_value(parser) : fail(parser, SJ_NO_OBJECT);
+    char* const before = parser->position;
+    if (*parser->position == '-') {
+        ++parser->position;
+    }
+    if (!skip_digits(parser)) {
+        parser->position = before;
+        return fail(parser, SJ_NO_NUMBER);
+    }
+    if (*parser->position == '.') {
+        ++parser->position;
+        if (!skip_digits(parser)) {
+            return fail(parser, SJ_NUMBER_FORMAT);
+        }
+    }
+    if (*parser->position == 'e' || *parser->position == 'E') {
+        ++parser->position;
+        if (*parser->position == '+' || *parser->position == '-') {
+            ++parser->position;
+        }
+        if (!skip_digits(parser)) {
+            return fail(parser, SJ_NUMBER_FORMAT);
+        }
+    }
+    return parser->error;
 }

@@ -3,82 +3,46 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
-#include <utility>
 
 #include "session/json_scan.h"
 #include "session/mail_data_object.h"
-#include "session/session_mail_data.h"
 #include "util/names.h"
 
 namespace {
 
-using sj_scan::text;
+struct SizeUnit {
+    std::string_view name;
+    std::int64_t bytes;
+};
 
-// Kinds of bytes in a name, beside sj_scan::ENDS_PLAIN.
-constexpr unsigned char NO_MAILNAME = 2;  ///< is no mailname by itself
-constexpr unsigned char UPPER = 4;
+constexpr std::array<SizeUnit, 5> kUnits = {{
+    {"B", 1},
+    {"KB", std::int64_t{1} << 10},
+    {"MB", std::int64_t{1} << 20},
+    {"GB", std::int64_t{1} << 30},
+    {"TB", std::int64_t{1} << 40},
+}};
+
+// Kinds of bytes in a name, beside kEndsPlain. A second look at each name would cost a tenth of the document's time.
+constexpr unsigned char kNoMailname = 2;  ///< is no mailname by itself
+constexpr unsigned char kUpper = 4;
 
 /// Mailnames up to this length, of bytes that each are one by themselves, need no further check: their rule limits the
 /// length far above it, and else only the dot, which is no mailname by itself.
-constexpr std::size_t PLAIN_MAILNAME_LENGTH = 64;
+constexpr std::ptrdiff_t kPlainMailnameLength = 64;
 
-sj_scan::byte_kinds make_name_kinds() {
-    sj_scan::byte_kinds kinds = sj_scan::plain_kinds;
+byte_kinds make_name_kinds() {
+    byte_kinds kinds = kPlainKinds;
     for (std::size_t byte = 0; byte < kinds.size(); ++byte) {
         const std::array<char, 2> alone = {static_cast<char>(byte), '\0'};
         const bool upper = byte >= 'A' && byte <= 'Z';
         kinds[byte] = static_cast<unsigned char>(
-            kinds[byte] | (is_mailname_valid(alone.data()) != 0 ? 0 : NO_MAILNAME) | (upper ? UPPER : 0));
+            kinds[byte] | (is_mailname_valid(alone.data()) != 0 ? 0 : kNoMailname) | (upper ? kUpper : 0));
     }
     return kinds;
 }
 
-// The members of the three kinds of objects. A key's place in its list is its number.
-enum : std::size_t { ROOT_DOMAIN };
-constexpr std::array<std::string_view, 1> ROOT_KEYS = {"domain"};
-enum : std::size_t { DOMAIN_NAME, DOMAIN_MAILS, DOMAIN_ALIASES, DOMAIN_MAILLISTS, DOMAIN_QUOTA, DOMAIN_UNIT };
-constexpr std::array<std::string_view, 6> DOMAIN_KEYS = {"name",      "mails",      "dom_aliases",
-                                                         "maillists", "mbox_quota", "mbox_quota_unit"};
-enum : std::size_t { MAIL_NAME, MAIL_ALIASES, MAIL_QUOTA, MAIL_UNIT };
-constexpr std::array<std::string_view, 4> MAIL_KEYS = {"name", "aliases", "mbox_quota", "mbox_quota_unit"};
-
-/// Whether the key and its closing quote stand at `at`. Looks no further than the first byte that differs.
-template <const auto& KEYS, std::size_t key, std::size_t... Bytes>
-bool stands(const char* at, std::index_sequence<Bytes...> /*bytes*/) {
-    return ((at[Bytes] == KEYS[key][Bytes]) && ...) && at[sizeof...(Bytes)] == '"';
-}
-
-/// The number of the key that stands at `at`, behind its opening quote; the number of keys when none does.
-template <const auto& KEYS, std::size_t... Keys>
-std::size_t standing_key(const char* at, std::index_sequence<Keys...> /*keys*/) {
-    std::size_t key = 0;
-    static_cast<void>(
-        ((stands<KEYS, Keys>(at, std::make_index_sequence<KEYS[Keys].size()>{}) || (++key, false)) || ...));
-    return key;
-}
-
-/// A key with the colon behind it; `key` gets its number, that of no key when it is unknown. Known keys are recognised
-/// where they stand, without being parsed.
-template <const auto& KEYS>
-char* parse_key(sj_parser* parser, char* at, std::size_t* key) {
-    at = sj_scan::skip_space(at);
-    if (*at == '"') {
-        *key = standing_key<KEYS>(at + 1, std::make_index_sequence<KEYS.size()>{});
-        if (*key != KEYS.size()) {
-            return sj_scan::expect(parser, at + KEYS[*key].size() + 2, ':', SJ_NO_NAME_SEPARATOR);
-        }
-    }
-    // What an escaped NUL cuts off is a known key as well.
-    text name;
-    at = sj_scan::parse_key(parser, at, &name);
-    if (at != nullptr) {
-        const auto found = std::find(KEYS.begin(), KEYS.end(), std::string_view(name.begin, name.length));
-        *key = static_cast<std::size_t>(found - KEYS.begin());
-    }
-    return at;
-}
-
-/// Reads one document. Its steps are those of json_scan.h: from a position to the next one, or null.
+/// Reads one document. A step leaves the parser behind what it read, or with an error.
 class DocumentReader {
 public:
     /// `for_session`: names are lower-cased and quotas turned into bytes on the way.
@@ -88,160 +52,121 @@ public:
     int read() {
         bool has_domain = false;
         bool has_member = false;
-        char* const end = members<ROOT_KEYS>(parser_->position, [&](char* at, std::size_t key) {
+        members([&](std::string_view key) {
             has_member = true;
-            if (key == ROOT_DOMAIN) {
+            if (key == "domain") {
                 has_domain = true;
-                return domain(at);
+                domain();
+            } else {
+                sj_skip_value(parser_);
             }
-            return skip(at);
         });
-        if (end != nullptr) {
-            parser_->position = end;
-        }
         // Whatever string error stands in the place of the first key, the answer is that the domain is missing.
         const bool lacks_first_key =
             !has_member && parser_->error != SJ_NO_OBJECT && parser_->error != SJ_NO_NAME_SEPARATOR;
-        if ((end != nullptr && !has_domain) || lacks_first_key) {
-            sj_scan::fail(parser_, SJ_MISSING_FIELDS);
+        if ((!failed() && !has_domain) || lacks_first_key) {
+            parser_->error = SJ_MISSING_FIELDS;
         }
         return parser_->error;
     }
 
-    bool oddQuotas() const { return odd_quotas_; }
+    bool odd_quotas() const { return odd_quotas_; }
 
 private:
-    using NameStep = char* (DocumentReader::*)(char* at, const char* detail, const char** value);
+    using NameStep = void (DocumentReader::*)(const char* detail, const char** value);
 
-    /// A value was read up to `at`, but its content is not acceptable.
-    char* refuse(char* at, const char* detail) {
+    bool failed() const { return parser_->error != SJ_OK; }
+
+    /// The value before the position is not acceptable.
+    void refuse(const char* detail) {
         parser_->detail = detail;
-        return sj_scan::fail(parser_, at, SJ_CONSTRAINT);
+        parser_->error = SJ_CONSTRAINT;
     }
 
-    char* skip(char* at) {
-        parser_->position = at;
-        return sj_skip_value(parser_) == SJ_OK ? parser_->position : nullptr;
+    /// The object before the position must have had its required members.
+    void require(bool complete) {
+        if (!failed() && !complete) {
+            parser_->error = SJ_MISSING_FIELDS;
+        }
     }
 
-    /// Calls the step `member(at, key)` at the value of each member, with the key's place in KEYS.
-    template <const auto& KEYS, typename Member>
-    char* members(char* at, Member member) {
-        at = sj_scan::expect(parser_, at, '{', SJ_NO_OBJECT);
-        if (at == nullptr) {
-            return nullptr;
+    /// Calls `member(key)` at the value of each member.
+    template <typename Member>
+    void members(Member member) {
+        if (sj_parse_object_start(parser_) != SJ_OK || sj_parse_object_end_if_empty(parser_) != 0) {
+            return;
         }
-        at = sj_scan::skip_space(at);
-        if (*at == '}') {
-            return at + 1;
-        }
-        bool more = true;
-        while (more) {
-            std::size_t key = 0;
-            at = parse_key<KEYS>(parser_, at, &key);
-            if (at != nullptr) {
-                at = member(at, key);
+        do {
+            const char* const key = sj_parse_object_key(parser_);
+            if (!failed()) {
+                member(key);
             }
-            if (at != nullptr) {
-                at = sj_scan::next(parser_, at, '}', SJ_NO_OBJECT_SEPARATOR, &more);
-            }
-            if (at == nullptr) {
-                return nullptr;
-            }
-        }
-        return at;
+        } while (!failed() && sj_parse_object_next(parser_) == 0);
     }
 
-    /// Calls the step `element(at)` at each element of an array.
+    /// Calls `element()` at each element of an array.
     template <typename Element>
-    char* elements(char* at, Element element) {
-        at = sj_scan::expect(parser_, at, '[', SJ_NO_ARRAY);
-        if (at == nullptr) {
-            return nullptr;
+    void elements(Element element) {
+        if (sj_parse_array_start(parser_) != SJ_OK || sj_parse_array_end_if_empty(parser_) != 0) {
+            return;
         }
-        at = sj_scan::skip_space(at);
-        if (*at == ']') {
-            return at + 1;
-        }
-        bool more = true;
-        while (more) {
-            at = element(at);
-            if (at != nullptr) {
-                at = sj_scan::next(parser_, at, ']', SJ_NO_ARRAY_SEPARATOR, &more);
-            }
-            if (at == nullptr) {
-                return nullptr;
-            }
-        }
-        return at;
+        do {
+            element();
+        } while (!failed() && sj_parse_array_next(parser_) == 0);
     }
 
-    /// A string that `is_valid` accepts.
-    char* checkedText(char* at, int (*is_valid)(const char*), const char* detail, text* parsed) {
-        at = sj_scan::parse_text(parser_, at, parsed);
-        if (at == nullptr || is_valid(parsed->begin) != 0) {
-            return at;
+    /// A string that `is_valid` accepts; null after an error.
+    char* checked_text(int (*is_valid)(const char*), const char* detail) {
+        char* const text = sj_parse_string(parser_);
+        if (text != nullptr && is_valid(text) == 0) {
+            refuse(detail);
+            return nullptr;
         }
-        return refuse(at, detail);
+        return text;
     }
 
     /// A mailname or mail alias; most are checked while they are parsed.
-    char* mailname(char* at, const char* detail, const char** value) {
-        text name;
+    void mailname(const char* detail, const char** value) {
         unsigned seen = 0;
-        at = sj_scan::parse_text(parser_, at, name_kinds_, &name, &seen);
-        if (at == nullptr) {
-            return nullptr;
+        char* const name = parse_text(parser_, name_kinds_, &seen);
+        if (name == nullptr) {
+            return;
         }
-        const bool plain = (seen & (sj_scan::ENDS_PLAIN | NO_MAILNAME)) == 0 && name.length != 0 &&
-                           name.length <= PLAIN_MAILNAME_LENGTH;
-        if (!plain && is_mailname_valid(name.begin) == 0) {
-            return refuse(at, detail);
+        const std::ptrdiff_t length = parser_->position - name - 1;
+        const bool plain = (seen & (kEndsPlain | kNoMailname)) == 0 && length != 0 && length <= kPlainMailnameLength;
+        if (!plain && is_mailname_valid(name) == 0) {
+            refuse(detail);
+            return;
         }
-        if (seen != 0 && for_session_) {
-            ascii_lower(name.begin);
-        }
-        *value = name.begin;
-        return at;
+        *value = for_session_ && seen != 0 ? ascii_lower(name) : name;
     }
 
-    char* domainName(char* at, const char* detail, const char** value) {
-        text name;
-        at = checkedText(at, &is_domain_name_valid, detail, &name);
-        if (at != nullptr) {
-            *value = for_session_ ? ascii_lower(name.begin) : name.begin;
+    void domain_name(const char* detail, const char** value) {
+        char* const name = checked_text(&is_domain_name_valid, detail);
+        if (name != nullptr) {
+            *value = for_session_ ? ascii_lower(name) : name;
         }
-        return at;
     }
 
     /// Kept: the names of mail lists are not lower-cased.
-    char* maillist(char* at, const char* detail, const char** value) {
-        text name;
-        at = checkedText(at, &is_mailname_valid, detail, &name);
-        *value = name.begin;
-        return at;
-    }
+    void maillist(const char* detail, const char** value) { *value = checked_text(&is_mailname_valid, detail); }
 
-    char* unit(char* at, const char* detail, const char** value) {
-        text name;
-        at = checkedText(at, &is_valid_size_unit, detail, &name);
-        if (at != nullptr) {
-            *value = name.begin;
+    void unit(const char* detail, const char** value) {
+        const char* const name = checked_text(&is_valid_size_unit, detail);
+        if (name != nullptr) {
+            *value = name;
         }
-        return at;
     }
 
-    char* quota(char* at, const char* detail, std::int64_t* value) {
-        parser_->position = at;
+    void quota(const char* detail, std::int64_t* value) {
         *value = sj_parse_int64(parser_);
-        if (parser_->error != SJ_OK) {
-            return nullptr;
+        if (!failed() && is_mbox_quota_valid(*value) == 0) {
+            refuse(detail);
         }
-        return is_mbox_quota_valid(*value) != 0 ? parser_->position : refuse(parser_->position, detail);
     }
 
     /// Once quota and unit are final.
-    void toBytes(std::int64_t* quota, const char* unit) {
+    void to_bytes(std::int64_t* quota, const char* unit) {
         if (for_session_ && *quota > 0) {
             *quota = get_value_in_bytes(*quota, unit);
             odd_quotas_ = odd_quotas_ || is_mbox_quota_valid(*quota) == 0;
@@ -250,120 +175,96 @@ private:
 
     /// An array of names; it replaces one that stands there already.
     template <NameStep name>
-    char* names(char* at, const char* detail, std::size_t* count, std::size_t* capacity, const char*** array) {
-        if (*capacity != 0) {
-            free_session_strings(parser_, count, capacity, array);
-        }
-        return elements(at, [=, this](char* element) -> char* {
+    void names(const char* detail, std::size_t* count, std::size_t* capacity, const char*** array) {
+        free_session_strings(parser_, count, capacity, array);
+        elements([=, this] {
             const char* value = nullptr;
-            char* const end = (this->*name)(element, detail, &value);
-            if (end == nullptr) {
-                return nullptr;
+            (this->*name)(detail, &value);
+            if (!failed()) {
+                append_session_string(parser_, count, capacity, array, value);
             }
-            const char** slot = append_session_item(parser_, count, capacity, array);
-            if (slot == nullptr) {
-                parser_->position = end;
-                return nullptr;
-            }
-            *slot = value;
-            return end;
         });
     }
 
-    char* mail(char* at, mail_db_mail_t* record) {
+    void mail(mail_db_mail_t* record) {
         bool has_name = false;
         bool has_aliases = false;
-        at = members<MAIL_KEYS>(at, [&](char* value, std::size_t key) {
-            if (key == MAIL_NAME) {
+        members([&](std::string_view key) {
+            if (key == "name") {
                 has_name = true;
-                return mailname(value, "Mailname is not valid", &record->name);
-            }
-            if (key == MAIL_ALIASES) {
+                mailname("Mailname is not valid", &record->name);
+            } else if (key == "aliases") {
                 has_aliases = true;
-                return names<&DocumentReader::mailname>(value, "Mail alias is not valid", &record->aliases_count,
-                                                        &record->aliases_capacity, &record->aliases);
+                names<&DocumentReader::mailname>("Mail alias is not valid", &record->aliases_count,
+                                                 &record->aliases_capacity, &record->aliases);
+            } else if (key == "mbox_quota") {
+                quota("Mailbox quota value is out of bounds", &record->quota);
+            } else if (key == "mbox_quota_unit") {
+                unit("Mailbox quota unit value is invalid", &record->quota_unit);
+            } else {
+                sj_skip_value(parser_);
             }
-            if (key == MAIL_QUOTA) {
-                return quota(value, "Mailbox quota value is out of bounds", &record->quota);
-            }
-            if (key == MAIL_UNIT) {
-                return unit(value, "Mailbox quota unit value is invalid", &record->quota_unit);
-            }
-            return skip(value);
         });
-        if (at != nullptr && !(has_name && has_aliases)) {
-            return sj_scan::fail(parser_, at, SJ_MISSING_FIELDS);
-        }
-        toBytes(&record->quota, record->quota_unit);
-        return at;
+        require(has_name && has_aliases);
+        to_bytes(&record->quota, record->quota_unit);
     }
 
-    char* mails(char* at) {
+    void mails() {
         free_session_mails(parser_, data_);
-        return elements(at, [this](char* element) -> char* {
+        elements([this] {
             mail_db_mail_t* record = append_session_mail(parser_, data_);
             if (record == nullptr) {
-                parser_->position = element;
-                return nullptr;
+                return;
             }
-            char* const end = mail(element, record);
-            if (end == nullptr) {
+            mail(record);
+            if (failed()) {
                 // Only whole records count.
                 free_session_strings(parser_, &record->aliases_count, &record->aliases_capacity, &record->aliases);
                 --data_->mails_count;
             }
-            return end;
         });
     }
 
-    char* domain(char* at) {
+    void domain() {
         // A second domain object replaces the first one, its optional members too.
-        data_->domain_quota = NO_SESSION_QUOTA;
-        data_->domain_quota_unit = DEFAULT_QUOTA_UNIT;
+        data_->domain_quota = kNoSessionQuota;
+        data_->domain_quota_unit = kDefaultQuotaUnit;
         bool has_name = false;
         bool has_mails = false;
         bool has_aliases = false;
         bool has_maillists = false;
-        at = members<DOMAIN_KEYS>(at, [&](char* value, std::size_t key) {
-            if (key == DOMAIN_NAME) {
+        members([&](std::string_view key) {
+            if (key == "name") {
                 has_name = true;
-                return domainName(value, "Domain name is not valid", &data_->domain_name);
-            }
-            if (key == DOMAIN_QUOTA) {
-                return quota(value, "Domain quota value is out of bounds", &data_->domain_quota);
-            }
-            if (key == DOMAIN_UNIT) {
-                return unit(value, "Domain quota unit value is invalid", &data_->domain_quota_unit);
-            }
-            if (key == DOMAIN_ALIASES) {
-                has_aliases = true;
-                return names<&DocumentReader::domainName>(value, "Domain alias is not valid",
-                                                          &data_->domain_aliases_count, &data_->domain_aliases_capacity,
-                                                          &data_->domain_aliases);
-            }
-            if (key == DOMAIN_MAILLISTS) {
-                has_maillists = true;
-                return names<&DocumentReader::maillist>(value, "Maillist is not valid", &data_->maillists_count,
-                                                        &data_->maillists_capacity, &data_->maillists);
-            }
-            if (key == DOMAIN_MAILS) {
+                domain_name("Domain name is not valid", &data_->domain_name);
+            } else if (key == "mails") {
                 has_mails = true;
-                return mails(value);
+                mails();
+            } else if (key == "dom_aliases") {
+                has_aliases = true;
+                names<&DocumentReader::domain_name>("Domain alias is not valid", &data_->domain_aliases_count,
+                                                    &data_->domain_aliases_capacity, &data_->domain_aliases);
+            } else if (key == "maillists") {
+                has_maillists = true;
+                names<&DocumentReader::maillist>("Maillist is not valid", &data_->maillists_count,
+                                                 &data_->maillists_capacity, &data_->maillists);
+            } else if (key == "mbox_quota") {
+                quota("Domain quota value is out of bounds", &data_->domain_quota);
+            } else if (key == "mbox_quota_unit") {
+                unit("Domain quota unit value is invalid", &data_->domain_quota_unit);
+            } else {
+                sj_skip_value(parser_);
             }
-            return skip(value);
         });
-        if (at != nullptr && !(has_name && has_mails && has_aliases && has_maillists)) {
-            return sj_scan::fail(parser_, at, SJ_MISSING_FIELDS);
-        }
-        toBytes(&data_->domain_quota, data_->domain_quota_unit);
-        return at;
+        require(has_name && has_mails && has_aliases && has_maillists);
+        to_bytes(&data_->domain_quota, data_->domain_quota_unit);
     }
 
     sj_parser* parser_;
     mail_db_data_t* data_;
     bool for_session_;
     bool odd_quotas_ = false;
-    sj_scan::byte_kinds name_kinds_ = make_name_kinds();
+    byte_kinds name_kinds_ = make_name_kinds();
 };
 
 }  // namespace
@@ -375,6 +276,27 @@ int parse_mail_db_data_object(sj_parser* parser, mail_db_data_t* object) {
 int parse_session_document(sj_parser* parser, mail_db_data_t* object, bool* odd_quotas) {
     DocumentReader reader(parser, object, true);
     const int result = reader.read();
-    *odd_quotas = reader.oddQuotas();
+    *odd_quotas = reader.odd_quotas();
     return result;
+}
+
+int is_mbox_quota_valid(std::int64_t quota) {
+    return quota >= -1 ? 1 : 0;
+}
+
+std::int64_t get_size_unit(const char* unit) {
+    const std::string_view wanted = unit != nullptr ? unit : "";
+    const auto* const known = std::find_if(kUnits.begin(), kUnits.end(),
+                                           [wanted](const SizeUnit& candidate) { return candidate.name == wanted; });
+    return known != kUnits.end() ? known->bytes : 0;
+}
+
+int is_valid_size_unit(const char* unit) {
+    return get_size_unit(unit) != 0 ? 1 : 0;
+}
+
+std::int64_t get_value_in_bytes(std::int64_t value, const char* unit) {
+    // A product that does not fit wraps around, as the callers' check for negative results expects.
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(value) *
+                                     static_cast<std::uint64_t>(get_size_unit(unit)));
 }

@@ -1,4 +1,5 @@
-// The session mail data of the process: read from a stream, handed out, released.
+// The mail data object, made, grown and released through a parser's allocation hooks; and the session's one of the
+// process, read from a stream, handed out, released.
 #include "session/session_mail_data.h"
 
 #include <poll.h>
@@ -7,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 #include "session/mail_data_object.h"
 #include "session/session_queries.h"
@@ -18,9 +20,45 @@ mail_db_data_t* session_mail_db_info = nullptr;
 
 namespace {
 
-enum : int { READ_OK = 0, READ_NO_INPUT = -1, READ_LOADED_ALREADY = -2, READ_FAILED = -3 };
+constexpr int kNoInput = -1;
+constexpr int kLoadedAlready = -2;
+constexpr int kReadFailed = -3;
 
 using ParserOwner = std::unique_ptr<sj_parser, decltype(&sj_free_parser)>;
+
+void release(sj_parser* parser, void* pointer) {
+    if (pointer != nullptr) {
+        parser->funcs.free(parser->funcs.user_data, pointer);
+    }
+}
+
+template <typename Item>
+void release_array(sj_parser* parser, std::size_t& count, std::size_t& capacity, Item*& array) {
+    release(parser, array);
+    array = nullptr;
+    count = 0;
+    capacity = 0;
+}
+
+/// Appends one zeroed item through the parser's hooks, which grow an array by exactly one item. Null, and the parser's
+/// error set, when there is no memory: the array is then as it was.
+template <typename Item>
+Item* append_item(sj_parser* parser, std::size_t* count, std::size_t* capacity, Item** array) {
+    static_assert(std::is_trivially_copyable_v<Item>);
+    if (*count == *capacity) {
+        void* grown = parser->funcs.reallocate(parser->funcs.user_data, *array, (*count + 1) * sizeof(Item));
+        if (grown == nullptr) {
+            parser->error = SJ_NO_MEMORY;
+            return nullptr;
+        }
+        *array = static_cast<Item*>(grown);
+        *capacity = *count + 1;
+    }
+    Item* const item = *array + *count;
+    *item = Item{};
+    ++*count;
+    return item;
+}
 
 void report_odd_quota(std::int64_t quota, const char* unit) {
     if (is_mbox_quota_valid(quota) == 0) {
@@ -39,6 +77,62 @@ void report_odd_quotas(const mail_db_data_t& data) {
 
 }  // namespace
 
+mail_db_data_t* create_mail_db_data_object(sj_parser* parser) {
+    auto* object =
+        static_cast<mail_db_data_t*>(parser->funcs.allocate(parser->funcs.user_data, sizeof(mail_db_data_t)));
+    if (object == nullptr) {
+        parser->error = SJ_NO_MEMORY;
+        return nullptr;
+    }
+    *object = mail_db_data_t{};
+    object->domain_quota = kNoSessionQuota;
+    object->domain_quota_unit = kDefaultQuotaUnit;
+    return object;
+}
+
+void free_session_strings(sj_parser* parser, std::size_t* count, std::size_t* capacity, const char*** array) {
+    release_array(parser, *count, *capacity, *array);
+}
+
+void free_session_mails(sj_parser* parser, mail_db_data_t* object) {
+    for (std::size_t i = 0; i != object->mails_count; ++i) {
+        release(parser, object->mails[i].aliases);
+    }
+    release_array(parser, object->mails_count, object->mails_capacity, object->mails);
+}
+
+void free_mail_db_data_object_fields(sj_parser* parser, mail_db_data_t* object) {
+    free_session_mails(parser, object);
+    release_array(parser, object->domain_aliases_count, object->domain_aliases_capacity, object->domain_aliases);
+    release_array(parser, object->maillists_count, object->maillists_capacity, object->maillists);
+}
+
+void free_mail_db_data_object(sj_parser* parser, mail_db_data_t* object) {
+    if (object != nullptr) {
+        free_mail_db_data_object_fields(parser, object);
+        release(parser, object);
+    }
+}
+
+bool append_session_string(sj_parser* parser, std::size_t* count, std::size_t* capacity, const char*** array,
+                           const char* item) {
+    const char** slot = append_item(parser, count, capacity, array);
+    if (slot == nullptr) {
+        return false;
+    }
+    *slot = item;
+    return true;
+}
+
+mail_db_mail_t* append_session_mail(sj_parser* parser, mail_db_data_t* object) {
+    mail_db_mail_t* mail = append_item(parser, &object->mails_count, &object->mails_capacity, &object->mails);
+    if (mail != nullptr) {
+        mail->quota = kNoSessionQuota;
+        mail->quota_unit = kDefaultQuotaUnit;
+    }
+    return mail;
+}
+
 bool is_fd_ready(int fd) {
     // As select(2) would tell: end of file and errors are readable, a closed descriptor is not. It has no upper limit.
     pollfd entry{fd, POLLIN, 0};
@@ -52,17 +146,17 @@ bool is_fd_ready(int fd) {
 int read_session_mail_db_info(std::FILE* stream, int probe) {
     if (session_mail_db_json != nullptr || session_mail_db_info != nullptr) {
         kavro_log(KAVRO_LOG_ERROR, "Session mail DB info have already been initialized. Probably a programming error.");
-        return READ_LOADED_ALREADY;
+        return kLoadedAlready;
     }
     if (probe != 0 && !is_fd_ready(fileno(stream))) {
-        return READ_NO_INPUT;
+        return kNoInput;
     }
     session_mail_db_json = read_stream_contents(stream, nullptr);
     if (session_mail_db_json == nullptr) {
         const int error = errno;
         kavro_log(KAVRO_LOG_ERROR, "Failed to read session mail DB info from input stream (fd=%d): %s [%d]",
                   fileno(stream), std::strerror(error), error);
-        return READ_FAILED;
+        return kReadFailed;
     }
 
     const ParserOwner parser(sj_create_parser(session_mail_db_json, nullptr), &sj_free_parser);
@@ -74,7 +168,7 @@ int read_session_mail_db_info(std::FILE* stream, int probe) {
         kavro_log(KAVRO_LOG_ERROR, "Failed to allocate session mail DB info object: %s [%d]", std::strerror(error),
                   error);
         free_session_mail_db_info();
-        return READ_FAILED;
+        return kReadFailed;
     }
     bool odd_quotas = false;
     const int result = parse_session_document(parser.get(), session_mail_db_info, &odd_quotas);
@@ -86,7 +180,7 @@ int read_session_mail_db_info(std::FILE* stream, int probe) {
     if (odd_quotas) {
         report_odd_quotas(*session_mail_db_info);
     }
-    return READ_OK;
+    return 0;
 }
 
 mail_db_data_t* get_session_mail_db_info() {

@@ -1,4 +1,4 @@
-// Questions to the session mail data. Names are compared exactly: the data was lower-cased when it was read.
+// Names are compared exactly: the data was lower-cased when it was read.
 #include "session/session_queries.h"
 
 #include <algorithm>
@@ -6,12 +6,17 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <stdexcept>
+#include <new>
+#include <string_view>
+#include <unordered_map>
 
 #include "util/log.h"
 #include "util/string_array.h"
 
 namespace {
+
+/// Mailnames with their records; empty until a mailname is looked for.
+std::unordered_map<std::string_view, const mail_db_mail_t*> mails_by_name;
 
 using StringArray = std::unique_ptr<char*, decltype(&free_array)>;
 
@@ -57,6 +62,16 @@ int query(const char* caller, char*** output, const char* domain, Answer answer)
     return 0;
 }
 
+/// The first of equal names counts.
+void build_index(const mail_db_data_t& data) {
+    mails_by_name.reserve(data.mails_count);
+    for (std::size_t i = 0; i != data.mails_count; ++i) {
+        if (data.mails[i].name != nullptr) {
+            mails_by_name.emplace(data.mails[i].name, &data.mails[i]);
+        }
+    }
+}
+
 }  // namespace
 
 const mail_db_data_t* loaded_session_mail_data(const char* caller) {
@@ -65,6 +80,31 @@ const mail_db_data_t* loaded_session_mail_data(const char* caller) {
                   caller);
     }
     return session_mail_db_info;
+}
+
+const mail_db_mail_t* find_session_mail(const char* mailname) {
+    if (session_mail_db_info == nullptr || mailname == nullptr) {
+        return nullptr;
+    }
+    const mail_db_data_t& data = *session_mail_db_info;
+    try {
+        if (mails_by_name.empty()) {
+            build_index(data);
+        }
+    } catch (const std::bad_alloc&) {
+        mails_by_name.clear();
+        const mail_db_mail_t* const end = data.mails + data.mails_count;
+        const mail_db_mail_t* const mail =
+            std::find_if(static_cast<const mail_db_mail_t*>(data.mails), end,
+                         [mailname](const mail_db_mail_t& candidate) { return equal(candidate.name, mailname); });
+        return mail != end ? mail : nullptr;
+    }
+    const auto found = mails_by_name.find(mailname);
+    return found != mails_by_name.end() ? found->second : nullptr;
+}
+
+void reset_session_index() {
+    mails_by_name.clear();
 }
 
 int get_domain_by_domainalias(void* /*handle*/, char** domain, const char* alias) {
@@ -120,9 +160,4 @@ void append_domainaliases_by_domain(std::vector<std::string>& aliases, const std
 
 void append_maillists_by_domain(std::vector<std::string>& lists, const std::string& domain) {
     appender(&get_maillists_by_domain, lists, domain);
-}
-
-void append_active_domaliases_by_domain(std::vector<std::string>& /*aliases*/, const std::string& /*domain*/) {
-    // Kept: callers match this text, the missing blank included.
-    throw std::runtime_error(std::string("Function ") + __func__ + "is not implemented for JSON/STDIN");
 }

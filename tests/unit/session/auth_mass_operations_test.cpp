@@ -80,13 +80,6 @@ TEST_F(MassOperationsTest, AMailnameIsRemovedFromEveryDomainWithItsAliases) {
     EXPECT_EQ(users(), "help@example.com ask@example.com help@one.net ask@one.net help@two.net");
     EXPECT_EQ(rm_mails_from_domains("info", "example.com"), 1);
     EXPECT_EQ(users(), "");
-
-    store({"example.com", "one.net", "two.net"}, {"info", "help", "ask"});
-    refuse("DELETE", "help", "one.net");
-    EXPECT_EQ(rm_mails_from_domains("info", "example.com"), -1);
-    EXPECT_EQ(users(), "ask@example.com help@one.net ask@one.net help@two.net ask@two.net");
-    EXPECT_THAT(logged, ::testing::Contains("3: Unable to remove mailname help@one.net"));
-    EXPECT_EQ(logged.back(), "3: Unable to remove mailname from domain aliases");
 }
 
 TEST_F(MassOperationsTest, APasswordReachesEveryName) {
@@ -108,31 +101,24 @@ TEST_F(MassOperationsTest, APasswordReachesEveryName) {
     logged.clear();
     EXPECT_EQ(set_mass_postbox_passwd("info", "example.com", "new", MAIL_AUTH_UNENCRYPTED), -1);
     EXPECT_EQ(users("cmusaslsecretPLAIN = 'new'"), "info@example.com info@one.net info@two.net help@example.com");
-    refuse("INSERT", "info", "example.com");
-    EXPECT_EQ(set_mass_postbox_passwd("info", "example.com", "new", MAIL_AUTH_UNENCRYPTED), -1);
-    EXPECT_EQ(logged.back(), "3: Unable to set password for mailname info@example.com");
 }
 
 TEST_F(MassOperationsTest, AnActionStopsAtTheFirstDomainThatFails) {
-    static std::string done;
-    static std::string refused;
-    const auto act = [](const char* domain, const char* refused_domain) {
+    const auto act = [](const char* domain, const char* refused) {
+        static std::string done;
+        static std::string last;
         done.clear();
-        logged.clear();
-        refused = refused_domain;
+        last = refused;
         const int result = domain_auth_action(
-            domain,
-            [](const char* name) {
-                done += std::string(name) + " ";
-                return name == refused ? -1 : 0;
-            },
-            "move");
-        return done + std::to_string(result) + (logged.empty() ? "" : " " + logged.back());
+            domain, [](const char* name) { return (done += std::string(name) + " ", name == last) ? -1 : 0; }, "move");
+        return done + std::to_string(result);
     };
-    EXPECT_EQ(act("example.com", ""), "example.com one.net two.net 1");
     EXPECT_EQ(act("other.com", ""), "other.com 0");
-    EXPECT_EQ(act("example.com", "one.net"), "example.com one.net -1 3: Unable to move for domain alias one.net");
-    EXPECT_EQ(act("example.com", "example.com"), "example.com -1 3: Unable to move for domain example.com");
+    EXPECT_EQ(act("example.com", ""), "example.com one.net two.net 1");
+    EXPECT_EQ(act("example.com", "one.net"), "example.com one.net -1");
+    EXPECT_EQ(act("example.com", "example.com"), "example.com -1");
+    EXPECT_THAT(logged, ::testing::ElementsAre("3: Unable to move for domain alias one.net",
+                                               "3: Unable to move for domain example.com"));
 }
 
 }  // namespace

@@ -32,9 +32,9 @@ void answer(const std::optional<Account>& account) {
         std::cout << "FAIL\n";
         return;
     }
-    std::cout << "USERNAME=" << account->login << "\nUID=" << account->uid << "\nGID=" << account->gid
-              << "\nHOME=" << account->home << "\nADDRESS=" << account->address << "\nMAILDIR=" << account->maildir
-              << "\n.\n";
+    // No USERNAME: Courier would look it up among the system's accounts.
+    std::cout << "UID=" << account->uid << "\nGID=" << account->gid << "\nADDRESS=" << account->address
+              << "\nHOME=" << account->home << "\nMAILDIR=" << account->maildir << "\n.\n";
 }
 
 /// "service LF login LF name LF password LF": the only kind of login that needs no stored plain text.

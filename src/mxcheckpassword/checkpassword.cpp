@@ -68,8 +68,13 @@ std::optional<Account> findWithoutPassword(const std::string& login) {
     if (isSet("CREDENTIALS_LOOKUP", "1")) {
         return findWithPassword(login);
     }
-    // A delivery asks for the mailbox. Its owner need not be able to log in.
-    return isSet("SERVICE", "lda") || isSet("SERVICE", "lmtp") ? findMailbox(login) : findLogin(login);
+    // Deliveries and the administrator ask for the mailbox. Its owner need not be able to log in.
+    for (const char* service : {"lda", "lmtp", "quota-status", "doveadm"}) {
+        if (isSet("SERVICE", service)) {
+            return findMailbox(login);
+        }
+    }
+    return findLogin(login);
 }
 
 }  // namespace

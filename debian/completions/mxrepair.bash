@@ -1,0 +1,8 @@
+# Bash completion of mxrepair.
+
+_mxrepair() {
+    local cur prev words cword
+    _init_completion || return
+    ((cword == 1)) && COMPREPLY=($(compgen -W '--init --help' -- "$cur"))
+} &&
+    complete -F _mxrepair mxrepair

@@ -1,0 +1,57 @@
+# A running Dovecot on the configuration that the package ships, for use inside the sandbox only; sourced by tests and
+# the demo. IMAP and POP3 on loopback only.
+
+DOVECOT_LOG=/var/log/mxadmin-dovecot.log
+IMAP_PORT=21143
+POP3_PORT=21110
+
+start_dovecot() {
+  local examples=$1
+  [ -e /usr/sbin/mxcheckpassword ] || install "$(command -v mxcheckpassword)" /usr/sbin/mxcheckpassword
+  install -m 0644 "$examples/dovecot/dovecot.conf" /etc/dovecot/dovecot.conf
+  # What a node would set too, besides ports: failed logins of one address are else answered ever later.
+  cat >/etc/dovecot/local.conf <<END
+listen = 127.0.0.1
+log_path = $DOVECOT_LOG
+auth_failure_delay = 0
+service anvil {
+  unix_listener anvil-auth-penalty {
+    mode = 0
+  }
+}
+service imap-login {
+  inet_listener imap {
+    port = $IMAP_PORT
+  }
+  inet_listener imaps {
+    port = 0
+  }
+}
+service pop3-login {
+  inet_listener pop3 {
+    port = $POP3_PORT
+  }
+  inet_listener pop3s {
+    port = 0
+  }
+}
+service lmtp {
+  unix_listener lmtp {
+    mode = 0600
+  }
+}
+END
+  install -m 0666 /dev/null $DOVECOT_LOG
+  mkdir -p /run/dovecot
+  dovecot
+  local _
+  for _ in $(seq 100); do
+    if (exec 3<>"/dev/tcp/127.0.0.1/$IMAP_PORT") 2>/dev/null; then return; fi
+    sleep 0.1
+  done
+  echo "Dovecot did not start" >&2
+  cat $DOVECOT_LOG >&2
+  return 1
+}
+
+stop_dovecot() { doveadm stop; }

@@ -32,6 +32,8 @@ int runCheck(const Options& options);
 /// --fix: 0 nothing is left, 1 something is.
 int runFix(const Options& options);
 
+/// Puts back each table that a rebuild cut short has left half-made. Throws.
+void putTablesBack();
 /// Files around the tables, then loads them.
 void checkTableFiles(CheckContext& context);
 /// Records of the tables among themselves.

@@ -5,6 +5,7 @@
 #include <boost/filesystem.hpp>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "auth/auth_database.h"
@@ -16,6 +17,7 @@
 #include "process/system_error.h"
 #include "services/domain_keys.h"
 #include "util/accounts.h"
+#include "util/sqlite_files.h"
 
 namespace mxrepair {
 
@@ -31,17 +33,17 @@ constexpr const char* kKeys = "domain keys";
 constexpr off_t kKeySize = 32;
 constexpr const char* kKeyFile = "default";
 
-/// Somebody's transaction was cut short: its journal must be played back before the database can be read, which a
-/// reading connection may not do.
+/// A transaction was cut short: its journal must be played back before the database can be read. A connection of the
+/// floor below would do that at once, so this one is not made there.
 bool hasHotJournal(const std::string& path) {
     if (!fileExists((path + "-journal").c_str())) {
         return false;
     }
-    SqliteConnection connection;
-    SqliteStatement statement(connection);
-    return connection.open(path.c_str(), SqliteConnection::Access::kReadOnly) &&
-           !statement.prepare("SELECT 1 FROM sqlite_master") &&
-           ::sqlite3_extended_errcode(connection.get()) == SQLITE_READONLY_ROLLBACK;
+    sqlite3* connection = nullptr;
+    ::sqlite3_open_v2(path.c_str(), &connection, SQLITE_OPEN_READONLY, kavro::sqliteFileLayer());
+    const std::unique_ptr<sqlite3, int (*)(sqlite3*)> owner(connection, &::sqlite3_close);
+    return ::sqlite3_exec(connection, "SELECT 1 FROM sqlite_master", nullptr, nullptr, nullptr) == SQLITE_READONLY &&
+           ::sqlite3_extended_errcode(connection) == SQLITE_READONLY_ROLLBACK;
 }
 
 void playJournalBack(const std::string& path) {

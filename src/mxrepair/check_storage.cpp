@@ -41,21 +41,6 @@ constexpr mode_t kRootMode = 0750;
 constexpr mode_t kHomeMode = 0700;
 constexpr mode_t kDeliveryMode = 0600;
 
-struct LayoutEntry {
-    const char* name;
-    bool required;  ///< the mail user may remove the others
-};
-constexpr std::array<LayoutEntry, 10> kLayout = {{{".", true},
-                                                  {"Maildir", true},
-                                                  {"Maildir/tmp", true},
-                                                  {"Maildir/new", true},
-                                                  {"Maildir/cur", true},
-                                                  {"Maildir/.Spam", false},
-                                                  {"Maildir/.Spam/tmp", false},
-                                                  {"Maildir/.Spam/new", false},
-                                                  {"Maildir/.Spam/cur", false},
-                                                  {"@attachments", true}}};
-
 FdOwner openDirectory(int parent, const char* name) {
     return FdOwner(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
@@ -76,7 +61,7 @@ public:
             report("", errno == ELOOP || errno == ENOTDIR ? "is no directory, or a link" : std::strerror(errno));
             return;
         }
-        if (!checkLayout()) {
+        if (!checkHomeLayout()) {
             return;
         }
         checkDeliveryFile();
@@ -102,8 +87,8 @@ private:
 
     /// False when something stands in a directory's place. One finding for all directories that can be mended, since
     /// making a home anew mends all of them.
-    bool checkLayout() {
-        for (const LayoutEntry& entry : kLayout) {
+    bool checkHomeLayout() {
+        for (const LayoutEntry& entry : kHomeLayout) {
             struct stat status {};
             const bool there = ::fstatat(home_.get(), entry.name, &status, AT_SYMLINK_NOFOLLOW) == 0;
             if (there && !S_ISDIR(status.st_mode)) {
@@ -128,7 +113,7 @@ private:
             report(".qmail", "is a link, or no regular file");
         } else if (!there || status.st_size == 0) {
             add(".qmail", there ? "is empty" : "is missing", "makes one that delivers into the mailbox",
-                [this] { makeDeliveryFile(home_.get(), path_.string()); });
+                [this] { makeDeliveryFile(home_.get(), ".qmail", path_.string()); });
         } else if (!isRight(status, kDeliveryMode)) {
             add(".qmail", "owner or mode is wrong", "sets popuser:popuser 0600",
                 [this] { setRights((path_ / ".qmail").string(), user_.pw_uid, user_.pw_gid, kDeliveryMode); });
@@ -286,11 +271,7 @@ void checkMissingHomes(CheckContext& context) {
                     "see the storage without records; --sync with the domain's document makes an empty one";
             } else {
                 finding.mend = [domain, name, path] {
-                    MaildirManager::getInstance().createMailnameHome(domain, name);
-                    const FdOwner home = openDirectory(AT_FDCWD, path.c_str());
-                    const FdOwner maildir = openDirectory(home.get(), "Maildir");
-                    makeDeliveryFile(home.get(), path.string());
-                    makeQuotaFile(maildir.get(), path.string(), 0);
+                    makeWholeHome(kavro::mail::openDomainRoot(path.parent_path()).get(), name, path.string(), -1);
                 };
             }
             return finding;

@@ -11,7 +11,6 @@
 
 #include "mxrepair/check.h"
 #include "mxrepair/init.h"
-#include "postfix/domain_manager.h"
 #include "postfix/record_filters.h"
 #include "postfix/tables.h"
 #include "process/descriptors.h"
@@ -93,16 +92,6 @@ bool loadOne(CheckContext& context, const char* table) {
                               "put it back from a backup, or remove it and run --init and --sync"});
     }
     return problem.empty();
-}
-
-/// The names of the standard addresses as a table, for joins.
-void loadStandardNames(NodeState& node) {
-    node.execute("CREATE TABLE standard(name TEXT PRIMARY KEY)");
-    Insertion insert(node, "INSERT INTO standard VALUES(?)");
-    for (std::string address : DomainManager::standardDomainAddresses("")) {
-        address.pop_back();
-        insert({address.c_str()});
-    }
 }
 
 void checkMarkers(CheckContext& context) {
@@ -236,6 +225,14 @@ void checkDestinations(CheckContext& context) {
 
 }  // namespace
 
+void putTablesBack() {
+    for (const char* table : lookupTables()) {
+        if (fileExists((mapFile(table) + ".before").c_str())) {
+            restoreInterruptedRewrite(table);
+        }
+    }
+}
+
 void checkTableFiles(CheckContext& context) {
     context.tablesLoaded = true;
     for (const char* table : lookupTables()) {
@@ -250,7 +247,6 @@ void checkTableFiles(CheckContext& context) {
 }
 
 void checkRecords(CheckContext& context) {
-    loadStandardNames(context.node);
     checkMarkers(context);
     checkStandardAddresses(context);
     checkMailboxes(context);

@@ -14,6 +14,7 @@
 
 #include "mxrepair/check.h"
 #include "mxrepair/init.h"
+#include "mxrepair/sync.h"
 #include "util/idn.h"
 #include "util/names.h"
 
@@ -27,6 +28,7 @@ constexpr const char* kUsage =
     "Usage: mxrepair --init\n"
     "       mxrepair --check [--domain=NAME] [--json] [--wait-stdin]\n"
     "       mxrepair --fix [--domain=NAME] [--json]\n"
+    "       mxrepair --sync --wait-stdin\n"
     "       mxrepair --help\n"
     "\n"
     "  --init  makes the directories, lookup tables and databases of mxadmin that are missing,\n"
@@ -34,6 +36,8 @@ constexpr const char* kUsage =
     "  --check tells what is wrong in the stores, one line each, and what --fix would do about it.\n"
     "          Changes nothing. Status 0: nothing found, 1: findings, 2: could not look.\n"
     "  --fix   mends what has one right answer and tells what it leaves. Status 1: something is left.\n"
+    "  --sync  makes what the domains of the session documents lack, but passwords, and removes what\n"
+    "          they no longer name, but homes.\n"
     "  --help  displays this help message\n"
     "\n"
     "  --domain=NAME  only this domain and its aliases\n"
@@ -61,6 +65,7 @@ int runInit(const Options& /*options*/) {
 constexpr std::array kModes = {
     Mode{"init", false, false, false, false, &runInit, kFailure},
     Mode{"check", false, true, true, true, &runCheck, kCouldNotLook},
+    Mode{"sync", false, false, false, true, &runSync, kFailure},
     Mode{"fix", false, true, true, false, &runFix, kFailure},
 };
 

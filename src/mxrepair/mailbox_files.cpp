@@ -1,11 +1,13 @@
-// Small files, written at once and given to the mail user by descriptor. Nothing is synced: who made many of them syncs
+// Small files, written at once as the mail user. Nothing is synced: who made many of them syncs
 // the file system when done.
 #include "mxrepair/mailbox_files.h"
 
 #include <fcntl.h>
+#include <sys/fsuid.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -25,52 +27,83 @@ constexpr mode_t kQuotaMode = 0644;
 /// line.
 constexpr const char* kMailboxLine = "./Maildir/";
 
-struct MailUser {
-    uid_t uid = kavro_ugid(MAIL_USER, 0);
-    gid_t gid = kavro_ugid(MAIL_USER, 1);
-};
-
 /// Makes a file with that text unless one is there. False when there is one.
-bool makeFile(int directory, const char* name, const std::string& path, const std::string& text, mode_t mode) {
-    static const MailUser user;
+bool makeFile(int directory, const std::string& name, const std::string& path, const std::string& text, mode_t mode) {
     const kavro::FdOwner file(
-        ::openat(directory, name, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+        ::openat(directory, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
     if (file.empty()) {
         if (errno == EEXIST) {
             return false;
         }
         kavro::throwSystemError("cannot make " + path, errno);
     }
-    if (::write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size()) ||
-        ::fchown(file.get(), user.uid, user.gid) != 0 || ::fchmod(file.get(), mode) != 0) {
+    if (::write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
         const int error = errno;
-        ::unlinkat(directory, name, 0);
+        ::unlinkat(directory, name.c_str(), 0);
         kavro::throwSystemError("cannot make " + path, error);
     }
     return true;
 }
 
-}  // namespace
-
-std::string deliveryText() {
-    const kavro::mail::ImapServer* server = kavro::mail::imapServer(detectImapPop3Server());
-    return std::string("| true\n") + (server != nullptr ? server->deliveryLine : kMailboxLine) + '\n';
+/// Into the mailbox. A mailname without a mailbox may have had other lines, but nothing tells so any more, and a
+/// message that waits in a mailbox is better than one that was dropped.
+const std::string& newDeliveryText() {
+    static const std::string text = [] {
+        const kavro::mail::ImapServer* server = kavro::mail::imapServer(detectImapPop3Server());
+        return std::string("| true\n") + (server != nullptr ? server->deliveryLine : kMailboxLine) + '\n';
+    }();
+    return text;
 }
 
-void makeDeliveryFile(int home, const std::string& path) {
-    static const std::string text = deliveryText();
-    struct stat found {};
-    if (!makeFile(home, ".qmail", path, text, kDeliveryMode) &&
-        ::fstatat(home, ".qmail", &found, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(found.st_mode) && found.st_size == 0 &&
-        ::unlinkat(home, ".qmail", 0) == 0) {
-        makeFile(home, ".qmail", path, text, kDeliveryMode);
-    }
-}
-
-void makeQuotaFile(int maildir, const std::string& path, long limit) {
+/// No mail yet, and the limit in bytes.
+std::string newQuotaText(long limit) {
     char text[100];
     std::snprintf(text, sizeof text, "%ldS,0C\n%12ld%12lld\n", limit, 0L, 0LL);
-    makeFile(maildir, "maildirsize", path, text, kQuotaMode);
+    return text;
+}
+
+}  // namespace
+
+AsMailUser::AsMailUser() : mask_(::umask(0)) {
+    static const uid_t uid = kavro_ugid(MAIL_USER, 0);
+    static const gid_t gid = kavro_ugid(MAIL_USER, 1);
+    gid_ = static_cast<gid_t>(::setfsgid(gid));
+    uid_ = static_cast<uid_t>(::setfsuid(uid));
+}
+
+AsMailUser::~AsMailUser() {
+    ::setfsuid(uid_);
+    ::setfsgid(gid_);
+    ::umask(mask_);
+}
+
+void makeWholeHome(int root, const std::string& name, const std::string& path, long quota) {
+    const AsMailUser user;
+    for (const LayoutEntry& entry : kHomeLayout) {
+        // The first one is the home itself.
+        const std::string directory = &entry == kHomeLayout.data() ? name : name + '/' + entry.name;
+        if (::mkdirat(root, directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+            kavro::throwSystemError("cannot make " + path + ", directory " + entry.name, errno);
+        }
+    }
+    struct stat attachments {};
+    // An empty attachment store has a size, too.
+    if (quota >= 0 && ::fstatat(root, (name + "/@attachments").c_str(), &attachments, AT_SYMLINK_NOFOLLOW) == 0) {
+        quota = std::max(0L, quota - static_cast<long>(attachments.st_size));
+    }
+    makeFile(root, name + "/.qmail", path, newDeliveryText(), kDeliveryMode);
+    makeFile(root, name + "/Maildir/maildirsize", path, newQuotaText(limitOf(quota)), kQuotaMode);
+}
+
+void makeDeliveryFile(int directory, const std::string& name, const std::string& path) {
+    const std::string& text = newDeliveryText();
+    const AsMailUser user;
+    struct stat found {};
+    if (!makeFile(directory, name, path, text, kDeliveryMode) &&
+        ::fstatat(directory, name.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(found.st_mode) &&
+        found.st_size == 0 && ::unlinkat(directory, name.c_str(), 0) == 0) {
+        makeFile(directory, name, path, text, kDeliveryMode);
+    }
 }
 
 long limitOf(long quota) {

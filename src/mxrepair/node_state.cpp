@@ -9,6 +9,7 @@
 
 #include "auth/auth_paths.h"
 #include "handlers/handlers_database.h"
+#include "postfix/domain_manager.h"
 #include "postfix/postfix_errors.h"
 #include "postfix/record_filters.h"
 #include "postfix/table_rewrite.h"
@@ -41,6 +42,7 @@ constexpr const char* kSchema =
     "CREATE TABLE root(domain TEXT PRIMARY KEY);"
     "CREATE TABLE home(domain TEXT, name TEXT, PRIMARY KEY(domain, name)) WITHOUT ROWID;"
     "CREATE TABLE saved(path TEXT);"
+    "CREATE TABLE standard(name TEXT PRIMARY KEY);"
     // A disabled domain has no record of its own: its storage or its mailboxes tell of it.
     "CREATE VIEW node_domain AS SELECT domain, MAX(enabled) AS enabled FROM ("
     " SELECT key AS domain, 1 AS enabled FROM record WHERE map='virtual_domains'"
@@ -120,6 +122,11 @@ NodeState::NodeState() {
         failStore("the temporary database", database_.errorText());
     }
     execute(kSchema);
+    Insertion insert(*this, "INSERT INTO standard VALUES(?)");
+    for (std::string address : DomainManager::standardDomainAddresses("")) {
+        address.pop_back();
+        insert({address.c_str()});
+    }
 }
 
 void NodeState::execute(const std::string& script) {

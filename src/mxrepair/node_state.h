@@ -15,8 +15,9 @@
 //                 home(domain, name)                     are is looked at by who wants to know
 //                 saved(path)                            trees that were moved aside
 //
-// Three views tell what these make together: node_domain(domain, enabled), node_alias(alias, domain), where domain is
-// NULL when no record leads from the alias to one, and mailname(domain, name).
+// standard(name) holds the names that every domain answers for. Three views tell what these make together:
+// node_domain(domain, enabled), node_alias(alias, domain), where domain is NULL when no record leads from the alias to
+// one, and mailname(domain, name).
 #pragma once
 
 #include <functional>

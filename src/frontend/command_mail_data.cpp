@@ -2,6 +2,7 @@
 #include "frontend/command_mail_data.h"
 
 #include "frontend/option_groups.h"
+#include "process/end_signals.h"
 
 namespace {
 
@@ -24,4 +25,5 @@ const MailDbOptionsProcessor& describe(MailDbOptionsProcessor& processor, const 
 
 CommandMailData::CommandMailData(const ProgramOptionsHelper& helper, const MailDataNames& names, bool required)
     : processor_(helper), reader_(describe(processor_, helper, names), required) {
+    kavro::process::deferEndSignals();
 }

@@ -12,7 +12,8 @@ struct MailDataNames {
 };
 
 /// Loads the mail data that a command needs from its parsed options or from standard input; holds it until the backend
-/// is done. Throws what MailDbStdinReader throws.
+/// is done. Once it is there, signals that would end the program wait: the stores are changed next. Throws what
+/// MailDbStdinReader throws.
 class CommandMailData {
 public:
     explicit CommandMailData(const ProgramOptionsHelper& helper, const MailDataNames& names = {}, bool required = true);

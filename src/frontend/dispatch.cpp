@@ -1,6 +1,8 @@
 // The command table, dispatch, and the top-level reports.
 #include "frontend/dispatch.h"
 
+#include <sys/prctl.h>
+
 #include <algorithm>
 #include <exception>
 #include <iostream>
@@ -12,7 +14,9 @@
 #include "auth/env_password.h"
 #include "frontend/command_handlers.h"
 #include "frontend/exit_status.h"
+#include "frontend/output.h"
 #include "frontend/usage.h"
+#include "process/end_signals.h"
 #include "process/report_exception.h"
 #include "util/kavro_util_exception.h"
 
@@ -24,6 +28,11 @@ struct Command {
     CommandHandler handler;
     bool takesPassword = false;  ///< reads the password from the environment itself
 };
+
+int printVersion(int /*argc*/, char** /*argv*/) {
+    std::cout << "mxadmin " MXADMIN_VERSION "\n";
+    exitAfterOutput(kExitSuccess, std::cout);
+}
 
 // The command that removes a domain alias is named unlike the others. Kept: callers know it by that name.
 constexpr Command kCommands[] = {
@@ -51,11 +60,42 @@ constexpr Command kCommands[] = {
     {"--help-commands", usageCommandsCmd},
     {"--help-legacy", usageLegacyCmd},
     {"--help-stdin", usageStdinCmd},
+    {"--version", printVersion},
 };
+
+/// No core is dumped meanwhile: it would hold the password that the environment brought. Programs that are run are not
+/// concerned.
+class NoCoreDumps {
+public:
+    NoCoreDumps() noexcept { ::prctl(PR_SET_DUMPABLE, 0); }
+    NoCoreDumps(const NoCoreDumps&) = delete;
+    NoCoreDumps& operator=(const NoCoreDumps&) = delete;
+    ~NoCoreDumps() { ::prctl(PR_SET_DUMPABLE, former_); }
+
+private:
+    const int former_ = ::prctl(PR_GET_DUMPABLE);
+};
+
+int reportingErrors(CommandHandler entry, int argc, char** argv) {
+    try {
+        return entry(argc, argv);
+    } catch (const kavro::KavroUtilException& error) {
+        std::cout << error.what() << std::endl;
+        std::cerr << error.what() << std::endl;
+        return kExitFailure;
+    } catch (const std::exception& error) {
+        kavro::reportException<std::exception>(error);
+        return kExitFailure;
+    } catch (...) {
+        kavro::reportUntypedException();
+        return kExitUntypedFailure;
+    }
+}
 
 }  // namespace
 
 int do_main(int argc, char** argv) {
+    const NoCoreDumps meanwhile;
     if (argc < 2) {
         mxadmin_commands::wrongUsage("no command specified");
     }
@@ -74,17 +114,7 @@ int do_main(int argc, char** argv) {
 }
 
 int runGuarded(CommandHandler entry, int argc, char** argv) {
-    try {
-        return entry(argc, argv);
-    } catch (const kavro::KavroUtilException& error) {
-        std::cout << error.what() << std::endl;
-        std::cerr << error.what() << std::endl;
-        return kExitFailure;
-    } catch (const std::exception& error) {
-        kavro::reportException<std::exception>(error);
-        return kExitFailure;
-    } catch (...) {
-        kavro::reportUntypedException();
-        return kExitUntypedFailure;
-    }
+    const int status = reportingErrors(entry, argc, argv);
+    kavro::process::actOnEndSignals();
+    return status;
 }

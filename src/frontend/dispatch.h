@@ -7,5 +7,6 @@ using CommandHandler = int (*)(int argc, char** argv);
 /// Runs the command named by argv[1]. Ends the process with the short usage when there is no such command.
 int do_main(int argc, char** argv);
 
-/// Calls `entry`; reports what escapes it and returns the status for that, else its result.
+/// Calls `entry`; reports what escapes it and returns the status for that, else its result. Signals that were to wait
+/// for the end of the command act before it returns.
 int runGuarded(CommandHandler entry, int argc, char** argv);

@@ -9,6 +9,7 @@
 #include "frontend/option_types.h"
 #include "postfix/backend_operations.h"
 #include "postfix/running_postfix.h"
+#include "process/end_signals.h"
 #include "session/session_queries.h"
 
 namespace backend = kavro::mail::postfix::mxadmin_commands;
@@ -64,6 +65,7 @@ int renameDomain(int argc, char** argv) {
     helper.addOptions()("old-domain-name", boost::program_options::value<DomainNameTOpt>(), "old domain name", true)(
         "new-domain-name", boost::program_options::value<DomainNameTOpt>(), "new domain name", true);
     standardOptionsParse(helper, argc, argv);
+    kavro::process::deferEndSignals();
     const kavro::mail::postfix::RoutingNotice notice;
     return backend::renameDomain(domainOption(helper, "old-domain-name"), domainOption(helper, "new-domain-name"));
 }

@@ -77,7 +77,7 @@ public:
 po::options_description describeOptions() {
     po::options_description known;
     auto add = known.add_options();
-    add("help,h", "");
+    add("help,h", "")("version", "");
     for (const Mode& mode : kModes) {
         if (mode.takesArgument) {
             add(mode.option, po::value<std::string>(), "");
@@ -158,6 +158,10 @@ int dispatch(int argc, char** argv) {
     const po::variables_map values = parse(argc, argv);
     if (values.count("help") != 0) {
         std::cout << kUsage;
+        return kSuccess;
+    }
+    if (values.count("version") != 0) {
+        std::cout << "mxrepair " MXADMIN_VERSION "\n";
         return kSuccess;
     }
     const Mode& mode = chooseMode(values);

@@ -1,8 +1,6 @@
 // Both sides of the launch report.
 #include "process/launch_protocol.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -23,17 +21,6 @@ namespace {
 constexpr std::string_view kTypeTag = "ET: ";
 constexpr std::string_view kMessageTag = "EM: ";
 constexpr std::string_view kCodeTag = "EC: ";
-
-void writeAll(int fd, const char* data, std::size_t size) {
-    while (size > 0) {
-        const ssize_t written = retryInterrupted([&] { return ::write(fd, data, size); });
-        if (written <= 0) {
-            return;  // Nobody is left to be told.
-        }
-        data += written;
-        size -= static_cast<std::size_t>(written);
-    }
-}
 
 int toCode(std::string_view text) {
     int code = 0;

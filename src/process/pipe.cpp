@@ -181,6 +181,22 @@ private:
     std::size_t ended_ = 0;
 };
 
+/// What the caller does next, an undo perhaps, must not meet commands that still run. With their streams closed they
+/// come to their end.
+void endAll(ProcessSetCatcher& catcher, Launches& launches) {
+    for (ProcessLaunch& launch : launches) {
+        for (FdOwner* end : {&launch.stdinPipe(), &launch.stdoutPipe(), &launch.stderrPipe()}) {
+            end->close_nothrow();
+        }
+    }
+    const SigBlocker blocker({SIGCHLD});
+    for (const ProcessLaunch& launch : launches) {
+        // One that the handler has reaped already is unknown to waitpid(2).
+        retryInterrupted([&] { return ::waitpid(launch.pid(), nullptr, 0); });
+    }
+    catcher.remove(true);
+}
+
 bool succeeded(const ProcessStatus& status) {
     return WIFEXITED(status.status) && WEXITSTATUS(status.status) == 0;
 }
@@ -208,14 +224,21 @@ void Pipe::run() {
     const SigIgnorer brokenPipes(SIGPIPE);
     ProcessSetCatcher catcher;
     Launches launches;
-    launchAll(commands_, flags_.stdinChannel.fd, flags_.stdoutChannel.fd, catcher, launches, statuses_);
-    const SigUnblocker childEnds({SIGCHLD});
-    Loop loop(flags_, commands_, catcher, launches, statuses_);
-    loop.run();
-    loop.handleTailOutput();
-    catcher.remove(false);
+    bool refused = false;
+    try {
+        launchAll(commands_, flags_.stdinChannel.fd, flags_.stdoutChannel.fd, catcher, launches, statuses_);
+        const SigUnblocker childEnds({SIGCHLD});
+        Loop loop(flags_, commands_, catcher, launches, statuses_);
+        loop.run();
+        loop.handleTailOutput();
+        catcher.remove(false);
+        refused = loop.inputRefused();
+    } catch (...) {
+        endAll(catcher, launches);
+        throw;
+    }
     // A command that failed tells more by its status and its diagnostics than we know.
-    if (loop.inputRefused() && succeeded(statuses_.front())) {
+    if (refused && succeeded(statuses_.front())) {
         throw SystemError("write", EPIPE);
     }
 }

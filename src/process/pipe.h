@@ -82,8 +82,8 @@ public:
     /// Launches everything and returns when every command has ended and its output is delivered. Throws SystemError,
     /// what waitExec() throws, what the functions throw, and std::logic_error for a second run or an empty pipeline.
     /// Input that the first command did not take is SystemError("write") with EPIPE, after everything has ended,
-    /// unless that command has itself reported a failure by its status. Children that still run when an exception
-    /// leaves are not killed. SIGPIPE is ignored and SIGCHLD is let through meanwhile.
+    /// unless that command has itself reported a failure by its status. Before an exception leaves, the streams are
+    /// closed and every child is waited for; none is killed. SIGPIPE is ignored and SIGCHLD is let through meanwhile.
     void run();
     /// One per command, in order; complete after run().
     const std::vector<ProcessStatus>& statuses() const noexcept { return statuses_; }

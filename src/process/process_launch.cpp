@@ -93,8 +93,9 @@ void runProgram(ChildTask& task, int controlFd) {
     if (task.callSetsid) {
         checkedCall("setsid", [] { return ::setsid(); });
     }
-    // The caller may ignore it; programs count on being stopped by it.
+    // The caller may ignore them; programs count on being stopped by them.
     std::signal(SIGPIPE, SIG_DFL);
+    std::signal(SIGXFSZ, SIG_DFL);
     if (!task.beforeExec.empty()) {
         task.beforeExec();
     }

@@ -1,7 +1,10 @@
-// The one loop that retries a system call while a signal interrupts it.
+// The loops around system calls: one that retries while a signal interrupts, one that writes until all is written.
 #pragma once
 
+#include <unistd.h>
+
 #include <cerrno>
+#include <cstddef>
 
 #include "process/system_error.h"
 
@@ -25,6 +28,19 @@ auto checkedCall(const char* tag, Call&& call) -> decltype(call()) {
         throw SystemError(tag, errno);
     }
     return result;
+}
+
+/// Writes all of it; returns how much was written, less than `size` only when write(2) fails otherwise.
+inline std::size_t writeAll(int fd, const char* data, std::size_t size) noexcept {
+    std::size_t done = 0;
+    while (done < size) {
+        const ssize_t count = retryInterrupted([&] { return ::write(fd, data + done, size - done); });
+        if (count <= 0) {
+            break;
+        }
+        done += static_cast<std::size_t>(count);
+    }
+    return done;
 }
 
 }  // namespace kavro

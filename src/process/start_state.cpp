@@ -54,6 +54,7 @@ void normalizeStartState() {
     setAction(SIGCHLD, SIG_DFL);
     letThrough(SIGCHLD);
     setAction(SIGPIPE, SIG_IGN);
+    setAction(SIGXFSZ, SIG_IGN);
     ::umask(S_IWGRP | S_IWOTH);
     leaveRemovedDirectory();
 }

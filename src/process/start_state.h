@@ -9,7 +9,8 @@ namespace kavro::process {
 /// - SIGCHLD gets its default action and is let through: ignored, the ends of our children would be lost; blocked, the
 ///   loop that waits for them would never wake;
 /// - SIGPIPE is ignored: a reader that went away must be an error of one write, not the end of the program half-way
-///   through a change. Children get the default action back;
+///   through a change. Likewise SIGXFSZ: an inherited limit of file sizes makes one write fail. Children get the
+///   default actions back;
 /// - the umask becomes 022: every mode that is given to open(2) or mkdir(2) then means what it says;
 /// - a working directory that was removed is replaced by "/": programs that we run would fail in it.
 /// Throws SystemError.

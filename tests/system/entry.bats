@@ -18,6 +18,11 @@ answers() { same "$1" "$2|$3|$4" "$status|$out|$err"; }
   answers --help 0 "$SHORT" ""
   with "" mxadmin -h
   answers -h 0 "$SHORT" ""
+  version=$(sed -n '1s/.*(\(.*\)).*/\1/p' "$BATS_TEST_DIRNAME/../../debian/changelog")
+  for program in mxadmin mxrepair; do
+    with "" $program --version
+    answers --version 0 "$program $version" ""
+  done
   with "" mxadmin
   answers "no command" 1 "" "Error: no command specified"$'\n'"$SHORT"
   for word in --Add-Domain --add-dom --remove-domain-alias "" --add-domain=x; do
@@ -136,5 +141,45 @@ commands() {
     done
     restore_postmap
     same "$close" "0 " "$status $(changes; find /var/lock/files -type f -size +0)"
+  done
+}
+
+@test "signals that end a program wait for the end of a change and its report; a limit of file sizes is an error" {
+  with "$DOC" mxadmin --add-domain --domain-name=d.test
+  state >/tmp/complete
+  while read -r number start <&3; do
+    reset_stores
+    remember
+    replace_postmap "[ \$call != 2 ] || kill -$number \$PPID; real \"\$@\""
+    with "$DOC" $start mxadmin --add-domain --domain-name=d.test
+    restore_postmap
+    same "signal $number" "$([ "$start" ] && echo 0 || echo $((128 + number)))  $(cat /tmp/complete)" "$status $err $(state)"
+  done 3<<<$'1\n2\n15\n1 env --ignore-signal=HUP'
+  remember
+  replace_postmap '[ $call != 3 ] || { kill $PPID; exit 1; }; real "$@"'
+  with "" mxadmin --rename-domain --old-domain-name=d.test --new-domain-name=n.test
+  restore_postmap
+  same "failed meanwhile" 143 "$status$(changes)"
+  [[ $err == "Fatal error"* ]]
+  seq 3000 | sed 's/.*/u&@o.test u&@o.test/' | postmap -r -i hash:$TABLES/virtual
+  remember
+  with "" bash -c 'ulimit -f 40; exec "$@"' _ mxadmin --rename-domain --old-domain-name=d.test --new-domain-name=n.test
+  same limit 1 "$status$(changes)"
+  [[ $err == "Fatal error"* ]]
+}
+
+@test "while the document is awaited signals act at once, and no core would be dumped with the password" {
+  install -m 0755 "$(command -v mxadmin)" /tmp/mxadmin
+  for signal in 1 2 15; do
+    mkfifo /tmp/never$signal
+    setpriv --reuid popuser --regid popuser --clear-groups env --default-signal=INT ZCP_PASSWORD=secret \
+      /tmp/mxadmin --set-password --domain-name=d.test --mailname=info <>/tmp/never$signal >/tmp/out 2>/tmp/err &
+    until grep -q abort /tmp/out; do sleep 0.05; done
+    # The kernel gives the entries of a process that may be dumped to its user.
+    owner=$(stat -c %U /proc/$!/environ)
+    kill -$signal $!
+    status=0
+    wait $! || status=$?
+    same "signal $signal" "root $((128 + signal))" "$owner $status"
   done
 }

@@ -1,8 +1,11 @@
 // System errors and the owners that throw them; the error stream and the last reports; quoting of shell arguments.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/time.h>
 
+#include <array>
 #include <cerrno>
+#include <csignal>
 
 #include "process/descriptors.h"
 #include "process/error_stream.h"
@@ -80,6 +83,37 @@ TEST(ErrorStreamTest, StandardErrorAtOnceAndStandardOutputAtEachFlush) {
     });
     EXPECT_EQ(result.err, "ab\xFF| \nnot flushed");
     EXPECT_EQ(result.out, "1 ab\xFF\n");
+}
+
+TEST(ErrorStreamTest, LinesSurviveWritesThatASlowReaderAndASignalInterrupt) {
+    const auto result = test::inSubprocess([] {
+        std::array<int, 2> ends{};
+        test::require(::pipe(ends.data()) == 0 && ::dup2(ends[1], STDERR_FILENO) == STDERR_FILENO, "pipe");
+        if (::fork() == 0) {
+            ::close(STDERR_FILENO);
+            ::close(ends[1]);
+            ::usleep(50000);
+            for (char c = 0; ::read(ends[0], &c, 1) == 1; std::cout.put(c)) {
+            }
+            return;
+        }
+        struct sigaction ignore {};
+        ignore.sa_handler = [](int) {};  // no restart of system calls
+        ::sigaction(SIGALRM, &ignore, nullptr);
+        const itimerval often{{0, 5000}, {0, 5000}};
+        ::setitimer(ITIMER_REAL, &often, nullptr);
+        std::cerr << std::string(100000, '.') << "cerr ";
+        std::clog << std::string(100000, '.') << "clog ";
+        uerr << "uerr";
+        ::close(STDERR_FILENO);
+        ::close(ends[1]);
+        while (::wait(nullptr) == -1) {
+        }
+        std::_Exit(0);
+    });
+    std::string text = result.out;
+    EXPECT_EQ(std::erase(text, '.'), 200000U);
+    EXPECT_EQ(text, "cerr clog uerr");
 }
 
 TEST(ReportTest, FatalErrorNamesTypeAndTextAndSurvivesAMissingText) {

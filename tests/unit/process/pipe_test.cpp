@@ -155,11 +155,17 @@ TEST(PipeTest, CallersInOddStatesAreServedAndRestored) {
     EXPECT_EQ(result.status, 0) << result.err;
 }
 
-TEST(PipeTest, ExceptionsLeaveNothingInstalled) {
-    TestPipe run(shell("echo out; cat"), "in");
-    run.pipe.flags().stdoutChannel.function = [](const std::vector<char>&) { throw std::range_error("consumer"); };
+TEST(PipeTest, ExceptionsLeaveNothingInstalledAndNoCommandRunning) {
+    int child = 0;
+    TestPipe run(shell("echo $$; cat; sleep 0.2"), "in");
+    run.pipe.flags().stdoutChannel.function = [&](const std::vector<char>& chunk) {
+        child = std::atoi(chunk.data());
+        throw std::range_error("consumer");
+    };
     EXPECT_THROW(run.pipe.run(), std::range_error);
+    EXPECT_EQ(::kill(child, 0), -1);
     EXPECT_EQ(__global_handler, nullptr);
+    EXPECT_EQ(std::signal(SIGCHLD, SIG_DFL), SIG_DFL);
 }
 
 /// A registered child that waits for the end.

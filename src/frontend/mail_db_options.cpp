@@ -6,6 +6,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "postfix/database_helper.h"
 #include "session/json_parser.h"
 #include "session/session_mail_data.h"
 #include "session/session_queries.h"
@@ -41,6 +42,13 @@ bool readStdin(const MailDbOptionsProcessor& processor, bool required) {
 void checkAppended(bool appended) {
     if (!appended) {
         throw std::bad_alloc();
+    }
+}
+
+/// Throws std::runtime_error for a name that cannot be part of a record's key, before any store is touched.
+void checkName(const std::string& name, const std::string& key, const char* option) {
+    if (!kavro::mail::postfix::DatabaseHelper::acceptsRecord(key, key)) {
+        throw std::runtime_error(name + " - name in --" + option + " has incorrect format.");
     }
 }
 
@@ -105,14 +113,27 @@ void fillSessionMailDbInfo(const MailDbOptionsProcessor& processor) {
     data->domain_name = processor.domain().c_str();
     data->domain_quota = processor.defaultDomainQuota();
     for (const std::string& alias : processor.domainAliases().names()) {
+        if (alias.empty()) {
+            continue;
+        }
+        checkName(alias, alias, "domain-aliases");
         checkAppended(append_session_string(parser, &data->domain_aliases_count, &data->domain_aliases_capacity,
                                             &data->domain_aliases, alias.c_str()));
     }
+    const std::string atDomain = '@' + processor.domain();
     for (const auto& [mailname, aliases] : processor.mailAddresses().mails()) {
+        if (mailname.empty()) {
+            continue;
+        }
+        checkName(mailname, mailname + atDomain, "mail-addresses");
         mail_db_mail_t* mail = append_session_mail(parser, data);
         checkAppended(mail != nullptr);
         mail->name = mailname.c_str();
         for (const std::string& alias : aliases) {
+            if (alias.empty()) {
+                continue;
+            }
+            checkName(alias, alias + atDomain, "mail-addresses");
             checkAppended(append_session_string(parser, &mail->aliases_count, &mail->aliases_capacity, &mail->aliases,
                                                 alias.c_str()));
         }

@@ -55,6 +55,7 @@ private:
     const MailDbOptionsProcessor& processor_;
 };
 
-/// Fills the session data from the command line. Its strings are the processor's. Throws std::runtime_error when there
-/// is no session object to be had, std::bad_alloc when it cannot grow.
+/// Fills the session data from the command line. Its strings are the processor's. An empty name in the lists names
+/// nothing and is left out; without a mailname its aliases are left out, too. Throws std::runtime_error for a name that
+/// no record can hold, or when there is no session object to be had, std::bad_alloc when it cannot grow.
 void fillSessionMailDbInfo(const MailDbOptionsProcessor& processor);

@@ -1,10 +1,13 @@
 // Reading of the action for mail to unknown names.
 #include "frontend/nonexisting_action_options.h"
 
+#include <stdexcept>
 #include <string>
 
+#include "postfix/database_helper.h"
 #include "util/idn.h"
 #include "util/log.h"
+#include "util/utf8.h"
 
 namespace {
 
@@ -20,11 +23,17 @@ NonexistingMailnamesAction buildNotexistingMailnamesAction(const ProgramOptionsH
     if (helper.has("set-bounce")) {
         action.kind = NonexistingMailnamesAction::Bounce;
         action.bounceText = textOf(helper, "phrase");
+        if (!kavro::isUtf8(action.bounceText)) {
+            throw std::runtime_error(action.bounceText + " - phrase has incorrect format.");
+        }
     } else if (helper.has("set-catchall")) {
         action.kind = NonexistingMailnamesAction::CatchAll;
         action.catchAllAddress = kavro::idn::emailToAscii(textOf(helper, "email"));
         if (action.catchAllAddress.empty()) {
             throw MissingMandatoryOption("email");
+        }
+        if (!kavro::mail::postfix::DatabaseHelper::acceptsRecord("@", action.catchAllAddress)) {
+            throw std::runtime_error(action.catchAllAddress + " - email has incorrect format.");
         }
     } else if (!helper.has("set-reject")) {
         kavro_log(KAVRO_LOG_ERROR,

@@ -5,5 +5,6 @@
 #include "postfix/unknown_recipients.h"
 
 /// Bounce goes before catch-all, catch-all before reject. Throws MissingMandatoryOption when none is chosen, logged, or
-/// when the catch-all has no address; IdnaError for an address that cannot be converted.
+/// when the catch-all has no address; IdnaError for an address that cannot be converted; std::runtime_error for a text
+/// or an address that no record can hold.
 NonexistingMailnamesAction buildNotexistingMailnamesAction(const ProgramOptionsHelper& helper);

@@ -20,14 +20,6 @@ bool isPlainKey(const std::string& key) {
     return !key.empty() && key.find_first_of(kWhiteSpace) == std::string::npos && key.find('\0') == std::string::npos;
 }
 
-/// postmap reads back exactly this record: no comment, no key with quotes around blanks, no escaped separator, one
-/// line, and nothing but UTF-8, without which it drops the line with a warning and status 0.
-bool isPlainRecord(const std::string& key, const std::string& value) {
-    return isPlainKey(key) && key.front() != '#' && key.back() != '\\' && key.find('"') == std::string::npos &&
-           value.find_first_not_of(kWhiteSpace) != std::string::npos && value.find('\n') == std::string::npos &&
-           value.find('\0') == std::string::npos && isUtf8(key) && isUtf8(value);
-}
-
 /// The outcome of a run by keys: one that is not there makes postmap fail without an error line.
 void requireUnlessMissing(const PostmapResult& result) {
     if (result.succeeded()) {
@@ -40,8 +32,16 @@ void requireUnlessMissing(const PostmapResult& result) {
 
 }  // namespace
 
+// No comment, no key with quotes around blanks, no escaped separator, one line, and nothing but UTF-8, without which
+// postmap drops the line with a warning and status 0.
+bool DatabaseHelper::acceptsRecord(const std::string& key, const std::string& value) {
+    return isPlainKey(key) && key.front() != '#' && key.back() != '\\' && key.find('"') == std::string::npos &&
+           value.find_first_not_of(kWhiteSpace) != std::string::npos && value.find('\n') == std::string::npos &&
+           value.find('\0') == std::string::npos && isUtf8(key) && isUtf8(value);
+}
+
 void DatabaseHelper::checkRecord(const std::string& key, const std::string& value) {
-    if (!isPlainRecord(key, value)) {
+    if (!acceptsRecord(key, value)) {
         throw PostfixConfigurationError("invalid lookup table record '" + key + " " + value + "'");
     }
 }

@@ -24,6 +24,9 @@ class DatabaseHelper {
 public:
     using Record = std::pair<std::string, std::string>;
 
+    /// postmap's text form can hold the record: it would read back exactly this one.
+    static bool acceptsRecord(const std::string& key, const std::string& value);
+
     /// Adds records or overwrites those with the same keys. Runs nothing for an empty range.
     template <typename Iterator>
     static void addRecords(const std::string& table, Iterator first, Iterator last) {

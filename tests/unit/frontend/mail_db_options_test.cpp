@@ -76,9 +76,9 @@ TEST_F(MailDataSource, NothingIsReadUnlessRequired) {
     EXPECT_EQ(load(processor, true), "doc.test");
 }
 
-TEST_F(MailDataSource, ListsFillTheSessionInTheirOrder) {
-    MailDbOptionsProcessor processor(
-        parse({"--domain-aliases=b.test,a.test", "--mail-addresses=zoe,z;bob,b1", "--default-domain-quota=-7"}));
+TEST_F(MailDataSource, ListsFillTheSessionInTheirOrderAndEmptyNamesNameNothing) {
+    MailDbOptionsProcessor processor(parse(
+        {"--domain-aliases=b.test, a.test,", "--mail-addresses=zoe,z;,lost;bob, b1", "--default-domain-quota=-7"}));
     processor.withDomain("line.test").withDomainAlias("a.test").withDomainAlias("c.test");
     processor.withMailname("bob").withMailAlias("b2").withMailAlias("b1");
     const MailDbStdinReader reader(processor, true);
@@ -96,6 +96,15 @@ TEST_F(MailDataSource, ListsFillTheSessionInTheirOrder) {
 }
 
 TEST_F(MailDataSource, BadInputAndMisuseAreErrors) {
+    for (const char* list : {"--domain-aliases=a.test,#a", "--domain-aliases=a\\", "--mail-addresses=#x",
+                             "--mail-addresses=info,a\"b", "--mail-addresses=info,\xFF", "--mail-addresses=a\nb"}) {
+        ProgramOptionsHelper lists("test", "--command");
+        lists.addOptions()(MailDbOptions());
+        parseArguments(lists, {list});
+        EXPECT_THROW(MailDbStdinReader(MailDbOptionsProcessor(lists).withDomain("line.test"), true), std::runtime_error)
+            << list;
+        free_session_mail_db_info();
+    }
     MailDbOptionsProcessor processor(parse({}));
     processor.withDomain("line.test");
     feed("{");

@@ -94,6 +94,9 @@ TEST(NotexistingMail, BounceGoesBeforeCatchAllBeforeReject) {
     EXPECT_EQ(build({all[0], all[2], all[4]}), "2||");
     EXPECT_THROW(build({all[0], all[1]}), MissingMandatoryOption);
     EXPECT_THROW(build({all[2], all[4]}), MissingMandatoryOption);
+    for (const char* option : {"--email=a\nb@c.test", "--email=\xFF@c.test", "--phrase=\xFF"}) {
+        EXPECT_THROW(build({option[2] == 'p' ? all[3] : all[1], option}), std::runtime_error) << option;
+    }
 }
 
 }  // namespace

@@ -1,6 +1,11 @@
 # A running Postfix on the panel's four tables, for use inside the sandbox only: the demo and the mail tests source this.
 # Debian's package, configured from nothing; SMTP on loopback only.
 
+if [ ! -e /run/mxadmin-sandbox ]; then
+  echo "This overwrites the configuration of Postfix. Run it in scripts/sandbox." >&2
+  exit 1
+fi
+
 POSTFIX_LOG=/var/log/mxadmin-postfix.log
 TABLES=/var/spool/postfix/kavro
 

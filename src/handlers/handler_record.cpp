@@ -1,4 +1,5 @@
-// Records and lists of mail handlers. Texts come from malloc, as callers fill them with strdup.
+// Records and lists of mail handlers. Texts come from malloc, as callers fill them with strdup. Global handlers carry
+// one of two fixed words in place of a mail address.
 #include "handlers/handler_record.h"
 
 #include <cerrno>
@@ -8,6 +9,9 @@
 #include <new>
 
 #include "util/log.h"
+
+using kavro::handlers::kAll;
+using kavro::handlers::kAllRecipients;
 
 namespace {
 
@@ -108,4 +112,25 @@ void mh_list_free(mh_list* list) {
         mh_data_free(node->data);
     }
     delete list;
+}
+
+const char* kavro::handlers::global_recipient(const char* address) {
+    if (address == nullptr || *address == '\0') {
+        return kAll;
+    }
+    for (const char* known : {kAll, kAllRecipients}) {
+        if (std::strcmp(address, known) == 0) {
+            return known;
+        }
+    }
+    return nullptr;
+}
+
+const char* validate_global_handler_recipient(const char* address) {
+    const char* recipient = kavro::handlers::global_recipient(address);
+    if (recipient == nullptr) {
+        kavro_log(KAVRO_LOG_ERROR, "Incorrect recipient address for global handler, expected [NULL|EMPTY_STRING|%s|%s]",
+                  kAll, kAllRecipients);
+    }
+    return recipient;
 }

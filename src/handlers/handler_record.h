@@ -44,3 +44,17 @@ mh_list* mh_list_init();
 int mh_list_add(mh_list* list, const mh_data* record);
 /// Frees the list with its records. Null is allowed.
 void mh_list_free(mh_list* list);
+
+/// The address to store for a global handler ("all" for null or empty), or null, logged.
+const char* validate_global_handler_recipient(const char* address);
+
+namespace kavro::handlers {
+
+inline constexpr const char* kAll = "all";
+inline constexpr const char* kAllRecipients = "all-recipients";
+
+/// The recipient that `address` stands for in a global handler (null and empty stand for "all"), or null when it is
+/// none. Logs nothing.
+const char* global_recipient(const char* address);
+
+}  // namespace kavro::handlers

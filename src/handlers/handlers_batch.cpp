@@ -6,10 +6,8 @@
 #include <cstring>
 #include <string>
 
-#include "handlers/handlers_change.h"
 #include "handlers/handlers_database.h"
-#include "handlers/handlers_select.h"
-#include "handlers/statement_run.h"
+#include "handlers/handlers_statements.h"
 #include "util/log.h"
 
 using kavro::SqliteConnection;

@@ -3,10 +3,8 @@
 // Addresses are stored in lower case. A statement that has no LOWER of its own gets its address lowered here, as
 // callers pass names in the case in which they were typed. UPDATE OR REPLACE lets a changed handler take the place of
 // one that it has become equal to, where a plain UPDATE would fail on the key.
-#include "handlers/handlers_change.h"
-
 #include "handlers/handlers_database.h"
-#include "handlers/statement_run.h"
+#include "handlers/handlers_statements.h"
 
 using kavro::SqliteConnection;
 using kavro::handlers::Parameter;

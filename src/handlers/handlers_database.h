@@ -8,9 +8,6 @@
 #include "handlers/handler_record.h"
 #include "util/sqlite_connection.h"
 
-/// The address to store for a global handler ("all" for null or empty), or null, logged.
-const char* validate_global_handler_recipient(const char* address);
-
 /// Path of the database, for all operations. Written by mh_db_path_set only.
 extern const char* mh_db_path;
 /// The text is copied.

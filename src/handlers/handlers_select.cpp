@@ -1,11 +1,8 @@
 // Listing handlers: those that the mail system runs for an address, and those whose address contains a fragment.
 //
 // Rows become records without a copy of their texts; storing them in a list makes the one copy that lasts.
-#include "handlers/handlers_select.h"
-
-#include "handlers/global_recipient.h"
 #include "handlers/handlers_database.h"
-#include "handlers/statement_run.h"
+#include "handlers/handlers_statements.h"
 #include "util/log.h"
 
 using kavro::SqliteConnection;
@@ -19,9 +16,6 @@ using kavro::handlers::StoredAddress;
 
 namespace {
 
-/// Both queries fail with the same text; the callers add what they were about.
-constexpr const char* kReadFailure = "Unable to get data from mail handlers database: %s";
-
 /// Hands rows on to the caller's list. They were stored at the head one by one, so the last comes first; storing them
 /// at the head once more puts the first one first again.
 int hand_on(const mh_list& rows, mh_list* list) {
@@ -34,48 +28,6 @@ int hand_on(const mh_list& rows, mh_list* list) {
 }
 
 }  // namespace
-
-namespace kavro::handlers {
-
-char* borrow_text(const SqliteStatement& row, int column) {
-    return const_cast<char*>(row.text(column));
-}
-
-mh_data borrow_record(const SqliteStatement& row, int rest) {
-    mh_data record;
-    mh_data_init_ex(&record);
-    record.priority = static_cast<int>(row.number(0));
-    record.type = static_cast<int>(row.number(1));
-    record.queue = static_cast<int>(row.number(2));
-    record.name = borrow_text(row, 3);
-    record.executable = borrow_text(row, rest);
-    record.context = borrow_text(row, rest + 1);
-    record.enabled = row.number(rest + 2) != 0 ? 1 : 0;
-    return record;
-}
-
-int save_row(mh_list* list, const mh_data& record) {
-    if (mh_list_add(list, &record) != 0) {
-        kavro_log(KAVRO_LOG_ERROR, "Unable to save the data from SELECT query");
-        return -1;
-    }
-    return 0;
-}
-
-int select_by_fragment(SqliteConnection* connection, SqliteConnection::Access access, const char* fragment,
-                       const std::function<bool(const char* address)>& keep, mh_list* list) {
-    return run_statement(connection, access,
-                         {"SELECT priority, type, queue, name, address, executable, context, enabled FROM handlers "
-                          "WHERE address LIKE '%' || ? || '%'",
-                          nullptr, kReadFailure},
-                         {{"address", fragment}}, [&](const SqliteStatement& row) {
-                             mh_data record = borrow_record(row, 5);
-                             record.address = borrow_text(row, 4);
-                             return keep(record.address) ? save_row(list, record) : 0;
-                         });
-}
-
-}  // namespace kavro::handlers
 
 int mh_db_select(int queue, int type, const char* address, mh_list* list) {
     if (type == MH_TYPE_GLOBAL) {
@@ -106,7 +58,7 @@ int mh_db_select(int queue, int type, const char* address, mh_list* list) {
         run_statement(nullptr, SqliteConnection::Access::kReadOnly,
                       {"SELECT executable, context, name FROM handlers WHERE queue=? AND type=? AND enabled=? AND "
                        "address=? ORDER BY priority DESC",
-                       nullptr, kReadFailure},
+                       nullptr, kavro::handlers::kReadFailure},
                       {{"queue", queue}, {"type", type}, {"enabled", 1}, {"address", stored.get()}}, read_row) != 0 ||
         hand_on(*rows, list) != 0) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to select mail handlers");

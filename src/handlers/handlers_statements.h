@@ -1,11 +1,13 @@
-// Running one statement of the handlers database, with its messages. Not for other folders.
+// Running statements of the handlers database, with their messages, and reading their rows. Not for other folders.
 #pragma once
 
 #include <functional>
 #include <initializer_list>
+#include <memory>
 #include <string>
 #include <variant>
 
+#include "handlers/handler_record.h"
 #include "util/sqlite_connection.h"
 
 namespace kavro::handlers {
@@ -54,5 +56,29 @@ private:
     bool given_;
     std::string text_;
 };
+
+struct ListDeleter {
+    void operator()(mh_list* list) const { mh_list_free(list); }
+};
+using ListOwner = std::unique_ptr<mh_list, ListDeleter>;
+
+/// Both queries for lists fail with this text; the callers add what they were about.
+inline constexpr const char* kReadFailure = "Unable to get data from mail handlers database: %s";
+
+/// A text of the current row as a record's field. It belongs to the row: the record is only good for copying.
+char* borrow_text(const SqliteStatement& row, int column);
+/// A record without address of a row whose columns begin with priority, type, queue and name, and hold executable,
+/// context and enabled from `rest` on. Its texts are borrowed.
+mh_data borrow_record(const SqliteStatement& row, int rest);
+/// Stores a copy at the head of the list. 0, or -1, logged.
+int save_row(mh_list* list, const mh_data& record);
+
+/// Stores the handlers whose address contains the fragment and is accepted by `keep`, each at the head of the list. A
+/// null connection: one of its own. 0, or -1, logged.
+int select_by_fragment(SqliteConnection* connection, SqliteConnection::Access access, const char* fragment,
+                       const std::function<bool(const char* address)>& keep, mh_list* list);
+
+/// Removes the handlers with the record's name, type, address and queue: an operation for mh_db_do.
+int remove_record(SqliteConnection* connection, const mh_data* record);
 
 }  // namespace kavro::handlers

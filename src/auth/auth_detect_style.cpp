@@ -10,8 +10,8 @@
 
 #include "auth/auth_setup.h"
 #include "util/c_memory.h"
+#include "util/config.h"
 #include "util/log.h"
-#include "util/product_root.h"
 #include "util/stream_reader.h"
 
 namespace {

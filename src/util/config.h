@@ -3,6 +3,9 @@
 
 #include <cstddef>
 
+/// The panel's own product root. A fixed place: the configuration file's key of this name is not asked.
+inline constexpr const char* PRODUCT_ROOT_D = "/opt/zcp";
+
 /// Name and value, both owned by the table.
 struct ConfEntry {
     char* name;

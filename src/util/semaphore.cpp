@@ -11,10 +11,10 @@
 #include <string>
 
 #include "process/retry.h"
+#include "util/config.h"
 #include "util/directory_tree.h"
 #include "util/file_io.h"
 #include "util/log.h"
-#include "util/product_root.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "util/utf8.h"
+#include "util/names.h"
 
 namespace mxrepair {
 

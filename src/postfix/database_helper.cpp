@@ -7,7 +7,7 @@
 
 #include "postfix/postfix_errors.h"
 #include "postfix/postmap.h"
-#include "util/utf8.h"
+#include "util/names.h"
 
 namespace kavro::mail::postfix {
 

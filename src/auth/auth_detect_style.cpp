@@ -12,7 +12,6 @@
 #include "util/c_memory.h"
 #include "util/config.h"
 #include "util/log.h"
-#include "util/stream_reader.h"
 
 namespace {
 

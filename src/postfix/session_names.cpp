@@ -2,7 +2,7 @@
 #include "postfix/session_names.h"
 
 #include "session/session_queries.h"
-#include "util/string_array.h"
+#include "util/c_memory.h"
 
 namespace kavro::mail::postfix {
 

@@ -9,7 +9,6 @@
 #include "session/session_queries.h"
 #include "util/c_memory.h"
 #include "util/log.h"
-#include "util/string_array.h"
 
 namespace {
 

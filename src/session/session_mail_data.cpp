@@ -12,8 +12,8 @@
 
 #include "session/mail_data_object.h"
 #include "session/session_queries.h"
+#include "util/c_memory.h"
 #include "util/log.h"
-#include "util/stream_reader.h"
 
 char* session_mail_db_json = nullptr;
 mail_db_data_t* session_mail_db_info = nullptr;

@@ -10,8 +10,8 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "util/c_memory.h"
 #include "util/log.h"
-#include "util/string_array.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include "session/session_fixture.h"
 #include "session/session_queries.h"
-#include "util/string_array.h"
+#include "util/c_memory.h"
 
 namespace {
 

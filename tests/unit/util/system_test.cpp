@@ -8,7 +8,6 @@
 #include "util/c_memory.h"
 #include "util/hostname.h"
 #include "util/process_search.h"
-#include "util/stream_reader.h"
 #include "util/support.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "auth/auth_setup.h"
+#include "auth/auth_paths.h"
 #include "util/c_memory.h"
 #include "util/config.h"
 #include "util/log.h"

@@ -7,6 +7,8 @@ extern const char* mailAuthKey;  ///< path of the key file
 /// The style of a server that runs Postfix.
 inline constexpr int MAIL_AUTH_POSTFIX_STYLE = 1;
 
+/// 1 for postfix, 0 for qmail, by the panel's own feature list; -1, logged, when that does not tell.
+int mailAuthDBDetectStyle();
 /// 0: /var/lib/kavro/mail/auth, 1: /var/spool/postfix/kavro; any other style leaves the paths as they are.
 void mailAuthDBSelectStyle(int style);
 /// Set one path; the text is copied.

@@ -1,10 +1,11 @@
-// Creation of the mail authentication database and of its key, their owners and modes, and detection of the style.
+// Creation of the mail authentication database and of its key, their owners and modes.
 #pragma once
 
 #include <sys/types.h>
 
-/// 1 for postfix, 0 for qmail, by the panel's own feature list; -1, logged, when that does not tell.
-int mailAuthDBDetectStyle();
+/// The schema's script, for one call. The triggers stand in for a foreign key from users to domains.
+extern const char* const mailAuthDBSchema;
+
 /// Creates database and key anew (existing ones are replaced) and sets owners and modes. Each is made whole beside the
 /// former one and then renamed over it. 0 or -1, logged; then nothing is replaced, but for the key when the database
 /// cannot be renamed.

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include "auth/auth_database.h"
-#include "auth/auth_schema.h"
 #include "auth/auth_setup.h"
 #include "auth_fixture.h"
 

@@ -1,4 +1,4 @@
-// The two process-wide paths and their styles.
+// The two paths and their styles.
 #include "auth/auth_paths.h"
 
 #include <libgen.h>

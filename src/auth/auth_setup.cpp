@@ -267,6 +267,7 @@ int mailAuthKeySetAccess(uid_t owner, gid_t group, mode_t mode) {
     return setAccess(mailAuthKey, O_NOFOLLOW, owner, group, mode);
 }
 
+// As other programs of the panel know it, blanks included: SQLite keeps a statement as it was written.
 const char* const mailAuthDBSchema =
     "BEGIN TRANSACTION;"
     "CREATE TABLE domains (  id     INTEGER PRIMARY KEY AUTOINCREMENT, name   VARCHAR(255) UNIQUE, "

@@ -1,5 +1,5 @@
 // The name rules, as one table of character classes and one pass over the text: a session document has every name it
-// holds checked.
+// holds checked; and UTF-8 by the byte ranges of RFC 3629, section 4.
 #include "util/names.h"
 
 #include <array>

@@ -1,4 +1,4 @@
-// The fixed ASCII rules for mailnames, domain names and addresses; ASCII lower-casing.
+// The fixed ASCII rules for mailnames, domain names and addresses; ASCII lower-casing; UTF-8 (RFC 3629).
 #pragma once
 
 #include <string_view>

@@ -7,7 +7,7 @@
 #include "postfix/database_helper.h"
 #include "util/idn.h"
 #include "util/log.h"
-#include "util/utf8.h"
+#include "util/names.h"
 
 namespace {
 

@@ -17,7 +17,7 @@
 #include "process/system_error.h"
 #include "services/domain_keys.h"
 #include "util/accounts.h"
-#include "util/sqlite_files.h"
+#include "util/sqlite_library.h"
 
 namespace mxrepair {
 

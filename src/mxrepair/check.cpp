@@ -12,8 +12,10 @@
 #include <iostream>
 #include <optional>
 #include <stdexcept>
+#include <utility>
 
 #include "mxrepair/document_check.h"
+#include "mxrepair/rename_recovery.h"
 #include "process/descriptors.h"
 #include "process/system_error.h"
 #include "services/domain_keys.h"
@@ -77,6 +79,13 @@ int runCheck(const Options& options) {
 }
 
 int runFix(const Options& options) {
+    for (const auto& [rename, recover] : {std::pair(options.finish, &finishRename), {options.undo, &undoRename}}) {
+        if (!rename.oldName.empty()) {
+            putTablesBack();
+            recover(rename.oldName, rename.newName);
+            return kSuccess;
+        }
+    }
     return lookOver(options, true);
 }
 

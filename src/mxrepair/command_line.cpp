@@ -28,6 +28,7 @@ constexpr const char* kUsage =
     "Usage: mxrepair --init\n"
     "       mxrepair --check [--domain=NAME] [--json] [--wait-stdin]\n"
     "       mxrepair --fix [--domain=NAME] [--json]\n"
+    "       mxrepair --fix --finish-rename=OLD:NEW | --undo-rename=OLD:NEW\n"
     "       mxrepair --sync --wait-stdin\n"
     "       mxrepair --help\n"
     "\n"
@@ -43,7 +44,9 @@ constexpr const char* kUsage =
     "  --domain=NAME  only this domain and its aliases\n"
     "  --json         for machines\n"
     "  --wait-stdin   reads session documents, any number one after another, from standard input,\n"
-    "                 and compares their domains with them\n";
+    "                 and compares their domains with them\n"
+    "  --finish-rename=OLD:NEW, --undo-rename=OLD:NEW\n"
+    "                 does what is left of a mxadmin --rename-domain that was killed, or takes it back\n";
 
 /// A word of the command line that says what is to be done.
 struct Mode {
@@ -53,6 +56,7 @@ struct Mode {
     bool takesDomain;
     bool takesJson;
     bool takesDocuments;
+    bool takesRename;
     int (*run)(const Options& options);
     int failure;  ///< status when it throws
 };
@@ -63,10 +67,10 @@ int runInit(const Options& /*options*/) {
 }
 
 constexpr std::array kModes = {
-    Mode{"init", false, false, false, false, &runInit, kFailure},
-    Mode{"check", false, true, true, true, &runCheck, kCouldNotLook},
-    Mode{"sync", false, false, false, true, &runSync, kFailure},
-    Mode{"fix", false, true, true, false, &runFix, kFailure},
+    Mode{"init", false, false, false, false, false, &runInit, kFailure},
+    Mode{"check", false, true, true, true, false, &runCheck, kCouldNotLook},
+    Mode{"sync", false, false, false, true, false, &runSync, kFailure},
+    Mode{"fix", false, true, true, false, true, &runFix, kFailure},
 };
 
 class UsageError : public std::runtime_error {
@@ -86,6 +90,7 @@ po::options_description describeOptions() {
         }
     }
     add("domain", po::value<std::string>(), "")("json", "")("wait-stdin", "");
+    add("finish-rename", po::value<std::string>(), "")("undo-rename", po::value<std::string>(), "");
     return known;
 }
 
@@ -135,6 +140,14 @@ std::string domainName(const std::string& given) {
     return name;
 }
 
+RenamedDomain renamedDomain(const std::string& given) {
+    const std::string::size_type colon = given.find(':');
+    if (colon == std::string::npos) {
+        throw UsageError("'" + given + "' is not of the form OLD:NEW");
+    }
+    return {domainName(given.substr(0, colon)), domainName(given.substr(colon + 1))};
+}
+
 Options readOptions(const Mode& mode, const po::variables_map& values) {
     const auto given = [&](const char* option, bool known) {
         if (values.count(option) != 0 && !known) {
@@ -148,6 +161,12 @@ Options readOptions(const Mode& mode, const po::variables_map& values) {
     }
     options.json = given("json", mode.takesJson);
     options.waitStdin = given("wait-stdin", mode.takesDocuments);
+    if (given("finish-rename", mode.takesRename)) {
+        options.finish = renamedDomain(values["finish-rename"].as<std::string>());
+    }
+    if (given("undo-rename", mode.takesRename)) {
+        options.undo = renamedDomain(values["undo-rename"].as<std::string>());
+    }
     if (mode.takesArgument) {
         options.argument = values[mode.option].as<std::string>();
     }

@@ -11,10 +11,18 @@ inline constexpr int kFailure = 1;
 inline constexpr int kFindings = 1;
 inline constexpr int kCouldNotLook = 2;
 
+/// OLD:NEW; both empty when not given.
+struct RenamedDomain {
+    std::string oldName;
+    std::string newName;
+};
+
 struct Options {
     std::string domain;      ///< --domain: lower case, ASCII; empty: all
     bool json = false;       ///< --json
     bool waitStdin = false;  ///< --wait-stdin: session documents come on standard input
+    RenamedDomain finish;    ///< --finish-rename, of --fix
+    RenamedDomain undo;      ///< --undo-rename, of --fix
     std::string argument;    ///< the mode's own argument, for modes that take one
 };
 

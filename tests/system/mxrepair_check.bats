@@ -136,3 +136,51 @@ $(sed -E 's/: [^:]*: /: /; s/; left.*//; s/does not lead to .*/~/' <<<"$out" | s
     [ "$status" = 2 ] || { echo "$input: $status"; return 1; }
   done
 }
+
+# killed WHERE: --rename-domain of d.test to new.test, killed after its N-th run of postmap, or after the N-th change of
+# a file by that system call.
+killed() {
+  case $1 in
+    postmap:*)
+      replace_postmap "/usr/sbin/postmap.real \"\$@\" || exit; [ \$call != ${1#*:} ] || kill -9 \$PPID"
+      with "" mxadmin --rename-domain --old-domain-name=d.test --new-domain-name=new.test
+      restore_postmap
+      ;;
+    *) with "" strace -o /dev/null -P "${1#*:*:}" -e "inject=${1%%:*}:signal=KILL:when=$(cut -d: -f2 <<<"$1")" \
+      mxadmin --rename-domain --old-domain-name=d.test --new-domain-name=new.test ;;
+  esac
+  [ "$status" = 137 ] || { echo "$1: status $status"; return 1; }
+}
+
+@test "a rename that was killed is named, and then finished or taken back, whichever is told" {
+  local where way stores="$TABLES $MAIL_ROOT ${HANDLERS_DB%/*}"
+  add_handler info@d.test other
+  postmap -r -i hash:$TABLES/virtual <<'END'
+@d.test info@d.test
+hand@new.test me@elsewhere.test
+friend@other.test x@new.test, info@d.test
+END
+  postmap -r -i hash:$TABLES/vmailbox <<<'x@d.test.uk d.test.uk/x/Maildir/'
+  state >/tmp/whole
+  tar -cf /tmp/stores $stores 2>/dev/null
+  with "" mxadmin --rename-domain --old-domain-name=d.test --new-domain-name=new.test
+  same renamed "0 " "$status $err"
+  # A path that only begins like the old name is restored by hand: the filter takes it along.
+  state >/tmp/after
+  for where in postmap:{3..7} renameat2:1:$MAIL_ROOT/d.test unlink:1:$AUTH_DB-journal unlink:{1,2}:$HANDLERS_DB-journal; do
+    for way in finish undo; do
+      rm -rf $stores
+      tar -C / -xpf /tmp/stores
+      killed $where
+      if ! state | diff -q - /tmp/whole >/dev/null; then
+        with "" mxrepair --check
+        same "$where: --check" 1 $status
+      fi
+      with "" mxrepair --fix --$way-rename=d.test:new.test
+      same "$where: --$way-rename" "0 " "$status $err"
+      same "$where: $way" "$(cat /tmp/$([ $way = undo ] && echo whole || echo after))" "$(state)"
+    done
+  done
+  with "" mxrepair --fix --undo-rename=e.test:f.test
+  same "no such domains" "1 mxrepair: neither e.test nor f.test has storage: no rename was cut short here" "$status $err"
+}

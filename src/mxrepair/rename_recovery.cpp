@@ -1,0 +1,228 @@
+// Steps of a rename, done again or backwards. A killed rename has lost its journal, so the way back goes by what the
+// storage knows of the domain: it is moved last of all that is renamed with the tables.
+#include "mxrepair/rename_recovery.h"
+
+#include <strings.h>
+
+#include <boost/filesystem.hpp>
+#include <iostream>
+#include <set>
+#include <stdexcept>
+
+#include "auth/auth_database.h"
+#include "auth/auth_paths.h"
+#include "handlers/handlers_database.h"
+#include "mxrepair/node_state.h"
+#include "postfix/backend_operations.h"
+#include "postfix/domain_manager.h"
+#include "postfix/record_filters.h"
+#include "postfix/rename_transaction.h"
+#include "postfix/tables.h"
+#include "services/rename_plugins.h"
+#include "storage/maildir_manager.h"
+#include "util/hostname.h"
+
+namespace mxrepair {
+
+namespace {
+
+namespace fs = boost::filesystem;
+using kavro::SqliteStatement;
+using kavro::mail::MaildirManager;
+using namespace kavro::mail::postfix;
+
+constexpr std::size_t kHostNameSize = 65;
+
+/// True when the storage has the new name already. Throws unless exactly one of both has it.
+bool storageMoved(const std::string& oldDomain, const std::string& newDomain) {
+    MaildirManager& storage = MaildirManager::getInstance();
+    const bool oldThere = fs::exists(fs::symlink_status(storage.getDomainRoot(oldDomain)));
+    const bool newThere = fs::exists(fs::symlink_status(storage.getDomainRoot(newDomain)));
+    if (oldThere == newThere) {
+        throw std::runtime_error((oldThere ? "both " : "neither ") + oldDomain + (oldThere ? " and " : " nor ") +
+                                 newDomain + (oldThere ? " have" : " has") + " storage: no rename was cut short here");
+    }
+    return newThere;
+}
+
+bool isHostName(const std::string& domain) {
+    char host[kHostNameSize] = {};
+    return get_hostname_fqdn(host, sizeof host) == 0 && ::strcasecmp(host, domain.c_str()) == 0;
+}
+
+/// Without a row of the first name there is nothing to rename; beside one of the second it would fail.
+void renameLogins(const std::string& from, const std::string& to) {
+    mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
+    if (mailAuthRenameDomain(from.c_str(), to.c_str()) != 0) {
+        throw std::runtime_error("cannot rename " + from + " in the mail authentication database");
+    }
+}
+
+void moveHandlers(const std::string& from, const std::string& to) {
+    if (mh_db_clone(nullptr, from.c_str(), nullptr, to.c_str()) == -1 || mh_db_remove_all(from.c_str()) == -1) {
+        throw std::runtime_error("cannot move the handlers of " + from);
+    }
+}
+
+/// What is known to be the old domain's under the new name.
+struct OwnNames {
+    std::string oldDomain;
+    std::string newDomain;
+    std::set<std::string> names;  ///< local parts; "" stands for unknown recipients
+
+    /// The local part of an address of the new domain; false for anything else.
+    bool localPart(const std::string& item, std::string& name) const {
+        const std::string::size_type at = item.rfind('@');
+        if (at == std::string::npos || item.compare(at + 1, std::string::npos, newDomain) != 0) {
+            return false;
+        }
+        name = item.substr(0, at);
+        return true;
+    }
+    bool owns(const std::string& name) const { return names.count(name) != 0; }
+    std::string back(const std::string& name) const { return name + '@' + oldDomain; }
+};
+
+/// Line filter for the table of addresses. An address that leads to a mailname goes with it, and a list seen through a
+/// domain alias has the same name on both sides.
+class AddressesBack {
+public:
+    explicit AddressesBack(const OwnNames& own) : own_(&own) {}
+
+    bool operator()(std::string& line) const {
+        database::RecordView record;
+        if (!database::splitRecord(line, record)) {
+            return true;
+        }
+        std::string key(record.key);
+        std::string value(record.value);
+        std::string keyName;
+        const bool keyIsNew = own_->localPart(key, keyName);
+        const std::string aliasName = keyIsNew ? std::string() : key.substr(0, key.rfind('@'));
+        bool goesBack = keyIsNew && own_->owns(keyName);
+        bool changed = false;
+        const auto element = [&](std::string& item) {
+            std::string name;
+            if (own_->localPart(item, name) && (own_->owns(name) || name == aliasName)) {
+                item = own_->back(name);
+                changed = true;
+            }
+            return true;
+        };
+        database::ValueListFilter<decltype(element)> elements(element);
+        elements(value);
+        goesBack = goesBack || (keyIsNew && changed);
+        if (goesBack || changed) {
+            line = (goesBack ? own_->back(keyName) : key) + ' ' + value;
+        }
+        return true;
+    }
+
+private:
+    const OwnNames* own_;
+};
+
+/// Line filter for the table of mailboxes. The rename changes the beginning of every path that begins with the old
+/// name, also of a domain whose name only begins so: there the key tells what the path was.
+class MailboxesBack {
+public:
+    explicit MailboxesBack(const OwnNames& own) : own_(&own) {}
+
+    bool operator()(std::string& line) const {
+        database::RecordView record;
+        if (!database::splitRecord(line, record)) {
+            return true;
+        }
+        std::string key(record.key);
+        std::string value(record.value);
+        std::string name;
+        std::string ownDomain = key.substr(key.rfind('@') + 1);
+        if (own_->localPart(key, name)) {
+            if (!own_->owns(name)) {
+                return true;
+            }
+            ownDomain = own_->oldDomain;
+            key = own_->back(name);
+        }
+        if (ownDomain.starts_with(own_->oldDomain)) {
+            const std::string root = own_->newDomain + ownDomain.substr(own_->oldDomain.size()) + '/';
+            if (value.starts_with(root)) {
+                value.replace(0, root.size() - 1, ownDomain);
+            }
+            line = key + ' ' + value;
+        }
+        return true;
+    }
+
+private:
+    const OwnNames* own_;
+};
+
+OwnNames ownNames(NodeState& node, const std::string& oldDomain, const std::string& newDomain) {
+    OwnNames own{oldDomain, newDomain, {""}};
+    node.query("SELECT name FROM home WHERE domain IN (?1, ?2) UNION SELECT name FROM standard", {oldDomain, newDomain},
+               [&own](const SqliteStatement& row) { own.names.insert(row.text(0)); });
+    return own;
+}
+
+void tellForeign(NodeState& node, const OwnNames& own) {
+    node.query("SELECT DISTINCT r.key FROM record r WHERE r.domain=? AND r.name IS NOT NULL ORDER BY 1",
+               {own.newDomain}, [&own](const SqliteStatement& row) {
+                   std::cout << row.text(0) << ": not known to be of " << own.oldDomain << ", left as it is\n";
+               });
+}
+
+}  // namespace
+
+void finishRename(const std::string& oldDomain, const std::string& newDomain) {
+    if (!storageMoved(oldDomain, newDomain)) {
+        // What is renamed already has nothing left for the filters to change.
+        mxadmin_commands::renameDomain(oldDomain, newDomain);
+        return;
+    }
+    renameLogins(oldDomain, newDomain);
+    if (RenameDomainInServices(oldDomain.c_str(), newDomain.c_str()) != 0) {
+        throw std::runtime_error("unable to rename some of services");
+    }
+    moveHandlers(oldDomain, newDomain);
+}
+
+void undoRename(const std::string& oldDomain, const std::string& newDomain) {
+    const bool moved = storageMoved(oldDomain, newDomain);
+    NodeState node;
+    node.loadTree();
+    const OwnNames own = ownNames(node, oldDomain, newDomain);
+    MaildirManager& storage = MaildirManager::getInstance();
+
+    RenameTransaction transaction;
+    const ReplaceDomainPart forward(oldDomain, newDomain, false);
+    if (moved) {
+        moveHandlers(newDomain, oldDomain);
+        renameLogins(newDomain, oldDomain);
+        transaction.whole(
+            kVirtualDomainsHumanName, [&] { storage.renameDomainRoot(newDomain, oldDomain); },
+            [&] { storage.renameDomainRoot(oldDomain, newDomain); });
+    }
+    transaction.filterTable(kVmailboxTable, kVmailboxHumanName, MailboxesBack(own), forward);
+    transaction.filterTable(kVirtualTable, kVirtualHumanName, AddressesBack(own), forward);
+    if (DatabaseHelper::findRecords(kVirtualDomainsTable, {oldDomain}).empty()) {
+        using database::ElementsFilter;
+        using database::ReplaceElementFilterRef;
+        transaction.filterTable(kVirtualDomainsTable, kVirtualDomainsHumanName,
+                                ElementsFilter(ReplaceElementFilterRef(newDomain, oldDomain)),
+                                ReplaceElementFilterRef(oldDomain, newDomain));
+    }
+    transaction.commit();
+
+    // The host's own records give way to a domain of its name, and are there without one.
+    if (isHostName(newDomain)) {
+        DatabaseHelper::addRecord(kVirtualTable, newDomain, kDomainAliasMarker);
+        DomainManager::createStandardDomainAddresses(newDomain);
+    } else if (isHostName(oldDomain)) {
+        DatabaseHelper::removeRecord(kVirtualTable, oldDomain);
+    }
+    node.loadTables();
+    tellForeign(node, own);
+}
+
+}  // namespace mxrepair

@@ -121,8 +121,9 @@ bool writeKey(const std::array<unsigned char, MAIL_AES_KEY_SIZE>& key) {
     if (file.empty()) {
         return false;
     }
-    const bool written = kavro::writeAll(file.get(), {reinterpret_cast<const char*>(key.data()), key.size()}) &&
-                         kavro::retryInterrupted([&] { return ::fsync(file.get()); }) == 0 && file.close_nothrow() == 0;
+    const bool written =
+        kavro::writeAll(file.get(), reinterpret_cast<const char*>(key.data()), key.size()) == key.size() &&
+        kavro::retryInterrupted([&] { return ::fsync(file.get()); }) == 0 && file.close_nothrow() == 0;
     if (!written) {
         const kavro::ErrnoKeeper reason;
         removeFile(mailAuthKey);

@@ -122,18 +122,10 @@ bool createTemporary(TemporaryFile& file) {
     return false;
 }
 
-bool writeAll(int fd, const char* text, std::size_t length) {
-    while (length > 0) {
-        const ssize_t written = ::write(fd, text, length);
-        if (written == -1) {
-            if (errno == EINTR || errno == EAGAIN) {
-                continue;
-            }
-            messlog2(0, 0, "unable to write data to file");
-            return false;
-        }
-        text += written;
-        length -= static_cast<std::size_t>(written);
+bool writeText(int fd, const char* text, std::size_t length) {
+    if (kavro::writeAll(fd, text, length) != length) {
+        messlog2(0, 0, "unable to write data to file");
+        return false;
     }
     return true;
 }
@@ -219,7 +211,8 @@ bool writeHere(uid_t uid, gid_t gid, std::uint64_t sizeLimit, std::uint64_t coun
         errno = EINVAL;
         return false;
     }
-    if (!writeAll(file.fd(), content, static_cast<std::size_t>(length)) || !commit(file) || !file.rename(MAILDIRSIZE)) {
+    if (!writeText(file.fd(), content, static_cast<std::size_t>(length)) || !commit(file) ||
+        !file.rename(MAILDIRSIZE)) {
         return false;
     }
     long newestNow = 0;

@@ -29,7 +29,8 @@ bool copyContents(int from, int to) {
         if (count <= 0) {
             return count == 0;
         }
-        if (!kavro::writeAll(to, {block.data(), static_cast<std::size_t>(count)})) {
+        const auto size = static_cast<std::size_t>(count);
+        if (kavro::writeAll(to, block.data(), size) != size) {
             return false;
         }
     }

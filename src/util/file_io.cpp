@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 
@@ -23,17 +22,6 @@ int openRegular(const char* path, int flags, mode_t mode) {
         return -1;
     }
     return file.release();
-}
-
-bool writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = retryInterrupted([&] { return ::write(fd, bytes.data(), bytes.size()); });
-        if (written == -1) {
-            return false;
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
 }
 
 }  // namespace kavro

@@ -50,6 +50,10 @@ int run_statement(SqliteConnection* connection, SqliteConnection::Access access,
     return answer == SQLITE_DONE ? 0 : fail();
 }
 
+int run_change(SqliteConnection* connection, const StatementTexts& texts, std::initializer_list<Parameter> parameters) {
+    return run_statement(connection, SqliteConnection::Access::kReadWriteCreate, texts, parameters);
+}
+
 StoredAddress::StoredAddress(const char* address) : given_(address != nullptr), text_(given_ ? address : "") {
     ascii_lower(text_.data());
 }

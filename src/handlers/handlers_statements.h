@@ -46,6 +46,15 @@ private:
 int run_statement(SqliteConnection* connection, SqliteConnection::Access access, const StatementTexts& texts,
                   std::initializer_list<Parameter> parameters, const RowReader& read_row = {});
 
+/// An UPDATE with the texts that all of them share. UPDATE OR REPLACE lets a changed handler take the place of one that
+/// it has become equal to, where a plain UPDATE would fail on the key.
+constexpr StatementTexts update(const char* sql) {
+    return {sql, "Unable to bind parameter %s to the 'UPDATE' query: %s",
+            "Unable to execute update record into handlers database: %s"};
+}
+/// Runs a statement that gives no rows; else as run_statement.
+int run_change(SqliteConnection* connection, const StatementTexts& texts, std::initializer_list<Parameter> parameters);
+
 /// An address in the case in which addresses are stored, for statements that compare without LOWER. Null stays null.
 class StoredAddress {
 public:
@@ -78,7 +87,8 @@ int save_row(mh_list* list, const mh_data& record);
 int select_by_fragment(SqliteConnection* connection, SqliteConnection::Access access, const char* fragment,
                        const std::function<bool(const char* address)>& keep, mh_list* list);
 
-/// Removes the handlers with the record's name, type, address and queue: an operation for mh_db_do.
+/// Removes the handlers with the record's name, type, address (null: of every address) and queue: an operation for
+/// mh_db_do.
 int remove_record(SqliteConnection* connection, const mh_data* record);
 
 }  // namespace kavro::handlers

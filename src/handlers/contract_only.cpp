@@ -1,4 +1,5 @@
-// Listing handlers: those that the mail system runs for an address, and those whose address contains a fragment.
+// The part of this floor's contract that no command of ours calls; other programs of the panel do: listing handlers,
+// removing, switching and moving them one by one.
 //
 // Rows become records without a copy of their texts; storing them in a list makes the one copy that lasts.
 #include "handlers/handlers_database.h"
@@ -9,10 +10,12 @@ using kavro::SqliteConnection;
 using kavro::SqliteStatement;
 using kavro::handlers::borrow_text;
 using kavro::handlers::ListOwner;
+using kavro::handlers::run_change;
 using kavro::handlers::run_statement;
 using kavro::handlers::save_row;
 using kavro::handlers::select_by_fragment;
 using kavro::handlers::StoredAddress;
+using kavro::handlers::update;
 
 namespace {
 
@@ -75,4 +78,49 @@ int mh_db_select_by_name(const char* fragment, mh_list* list) {
         return -1;
     }
     return hand_on(*rows, list);
+}
+
+int mh_db_remove(const char* name, int type, const char* address, int queue) {
+    mh_data record;
+    mh_data_init_ex(&record);
+    record.name = const_cast<char*>(name);
+    record.type = type;
+    record.address = const_cast<char*>(address);
+    record.queue = queue;
+    return kavro::handlers::remove_record(nullptr, &record);
+}
+
+int mh_db_switch(const char* name, int type, int queue, const char* address, int enabled) {
+    if (address == nullptr) {
+        return run_change(nullptr,
+                          update("UPDATE OR REPLACE handlers SET enabled=? WHERE name=? AND type=? AND queue=?"),
+                          {{"'enabled'", enabled}, {"'name'", name}, {"'type'", type}, {"'queue'", queue}});
+    }
+    return run_change(
+        nullptr, update("UPDATE OR REPLACE handlers SET enabled=? WHERE name=? AND type=? AND queue=? AND address=?"),
+        {{"'enabled'", enabled},
+         {"'name'", name},
+         {"'type'", type},
+         {"'queue'", queue},
+         {"'address'", StoredAddress(address).get()}});
+}
+
+int mh_db_enable(const char* name, int type, int queue, const char* address) {
+    return mh_db_switch(name, type, queue, address, 1);
+}
+
+int mh_db_disable(const char* name, int type, int queue, const char* address) {
+    return mh_db_switch(name, type, queue, address, 0);
+}
+
+int mh_db_switch_by_name(const char* name, int enabled) {
+    return run_change(nullptr, update("UPDATE OR REPLACE handlers SET enabled=? WHERE name=?"),
+                      {{"'enabled'", enabled}, {"'name'", name}});
+}
+
+int mh_db_move_addr(const char* old_address, const char* new_address) {
+    // New before old: the order in which the statement has them.
+    return run_change(
+        nullptr, update("UPDATE OR REPLACE handlers SET address=? WHERE address=?"),
+        {{"new 'address'", StoredAddress(new_address).get()}, {"old 'address'", StoredAddress(old_address).get()}});
 }

@@ -1,12 +1,8 @@
 // The two paths and their styles.
 #include "auth/auth_paths.h"
 
-#include <libgen.h>
-
 #include <array>
 #include <string>
-
-#include "util/log.h"
 
 namespace {
 
@@ -50,9 +46,4 @@ void mailAuthDBSetPath(const char* path) {
 void mailAuthKeySetPath(const char* path) {
     static std::string storage;
     setPath(mailAuthKey, storage, path);
-}
-
-char* mailAuthDBToKeyPath(const char* db_path) {
-    std::string copy(db_path);
-    return asprintf_safe("%s/passwd_db_key", ::dirname(copy.data()));
 }

@@ -80,10 +80,6 @@ std::size_t base64ArrayDecode(unsigned char* out, const char* text, std::size_t 
     return static_cast<std::size_t>(next - out);
 }
 
-std::size_t base64Decode(unsigned char* out, const char* text) {
-    return base64ArrayDecode(out, text, std::strlen(text));
-}
-
 char* b64_encode(const void* bytes, std::size_t size) {
     if (bytes == nullptr) {
         errno = EINVAL;
@@ -111,12 +107,4 @@ unsigned char* b64_decode(const char* text, std::size_t* size) {
         }
     }
     return bytes;
-}
-
-char* b64_encode_cstr(const char* text) {
-    return b64_encode(text, text == nullptr ? 0 : std::strlen(text));
-}
-
-char* b64_decode_cstr(const char* text) {
-    return reinterpret_cast<char*>(b64_decode(text, nullptr));
 }

@@ -1,4 +1,6 @@
-// Which mail server the panel says it runs, from its own list of features.
+// The part of this floor's contract that no command of ours calls; other programs of the panel do: which mail server
+// the panel says it runs, from its own list of features; the key's path beside a database; Base64 of texts.
+#include <libgen.h>
 #include <stdio.h>
 #include <strings.h>
 
@@ -9,6 +11,7 @@
 #include <string_view>
 
 #include "auth/auth_paths.h"
+#include "auth/base64.h"
 #include "util/c_memory.h"
 #include "util/config.h"
 #include "util/log.h"
@@ -74,4 +77,21 @@ int mailAuthDBDetectStyle() {
     }
     kavro_log(KAVRO_LOG_INFO, "Unable to determine mail server type from ``mxadmin-server --features''");
     return -1;
+}
+
+char* mailAuthDBToKeyPath(const char* db_path) {
+    std::string copy(db_path);
+    return asprintf_safe("%s/passwd_db_key", ::dirname(copy.data()));
+}
+
+std::size_t base64Decode(unsigned char* out, const char* text) {
+    return base64ArrayDecode(out, text, std::strlen(text));
+}
+
+char* b64_encode_cstr(const char* text) {
+    return b64_encode(text, text == nullptr ? 0 : std::strlen(text));
+}
+
+char* b64_decode_cstr(const char* text) {
+    return reinterpret_cast<char*>(b64_decode(text, nullptr));
 }

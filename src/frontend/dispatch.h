@@ -1,8 +1,7 @@
 // From the command word to its handler, and from whatever escapes a handler to a report and an exit status.
 #pragma once
 
-/// Takes the arguments of one command, argv[0] being the command word; returns the exit status.
-using CommandHandler = int (*)(int argc, char** argv);
+#include "frontend/command_table.h"
 
 /// Runs the command named by argv[1]. Ends the process with the short usage when there is no such command.
 int do_main(int argc, char** argv);

@@ -2,9 +2,8 @@
 #include <string>
 #include <vector>
 
-#include "frontend/command_handlers.h"
-#include "frontend/command_mail_data.h"
-#include "frontend/nonexisting_action_options.h"
+#include "frontend/command_table.h"
+#include "frontend/mail_db_options.h"
 #include "frontend/option_groups.h"
 #include "frontend/option_types.h"
 #include "postfix/backend_operations.h"

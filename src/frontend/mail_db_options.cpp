@@ -6,7 +6,9 @@
 #include <new>
 #include <stdexcept>
 
+#include "frontend/option_groups.h"
 #include "postfix/database_helper.h"
+#include "process/end_signals.h"
 #include "session/json_parser.h"
 #include "session/session_mail_data.h"
 #include "session/session_queries.h"
@@ -50,6 +52,21 @@ void checkName(const std::string& name, const std::string& key, const char* opti
     if (!kavro::mail::postfix::DatabaseHelper::acceptsRecord(key, key)) {
         throw std::runtime_error(name + " - name in --" + option + " has incorrect format.");
     }
+}
+
+const MailDbOptionsProcessor& describe(MailDbOptionsProcessor& processor, const ProgramOptionsHelper& helper,
+                                       const MailDataNames& names) {
+    processor.withDomain(domainOption(helper));
+    if (names.domainAlias != nullptr) {
+        processor.withDomainAlias(domainOption(helper, names.domainAlias));
+    }
+    if (names.mailname != nullptr) {
+        processor.withMailname(mailnameOption(helper, names.mailname));
+    }
+    if (names.mailAlias != nullptr) {
+        processor.withMailAlias(mailnameOption(helper, names.mailAlias));
+    }
+    return processor;
 }
 
 }  // namespace
@@ -139,4 +156,9 @@ void fillSessionMailDbInfo(const MailDbOptionsProcessor& processor) {
         }
     }
     reset_session_index();
+}
+
+CommandMailData::CommandMailData(const ProgramOptionsHelper& helper, const MailDataNames& names, bool required)
+    : processor_(helper), reader_(describe(processor_, helper, names), required) {
+    kavro::process::deferEndSignals();
 }

@@ -4,9 +4,8 @@
 #include <string>
 
 #include "auth/env_password.h"
-#include "frontend/command_handlers.h"
-#include "frontend/command_mail_data.h"
-#include "frontend/exit_status.h"
+#include "frontend/command_table.h"
+#include "frontend/mail_db_options.h"
 #include "frontend/option_groups.h"
 #include "frontend/output.h"
 #include "postfix/backend_operations.h"
@@ -84,7 +83,7 @@ int getMailboxSize(int argc, char** argv) {
     if (size < 0) {
         return kExitFailure;
     }
-    // Kept: no newline, callers read the bare number.
+    // No newline: callers read the bare number.
     std::cout << size;
     return finishOutput(std::cout) ? kExitSuccess : kExitFailure;
 }

@@ -2,8 +2,8 @@
 #include <string>
 
 #include "auth/env_password.h"
-#include "frontend/command_handlers.h"
-#include "frontend/command_mail_data.h"
+#include "frontend/command_table.h"
+#include "frontend/mail_db_options.h"
 #include "frontend/option_groups.h"
 #include "frontend/option_types.h"
 #include "postfix/backend_operations.h"
@@ -68,7 +68,7 @@ int renameMailname(int argc, char** argv) {
     addDomainNameOption(helper);
     helper.addOptions()("old-mailname", boost::program_options::value<MailNameTOpt>(), "old mailname", true)(
         "new-mailname", boost::program_options::value<MailNameTOpt>(), "new mailname", true);
-    // Kept: accepted, but of no effect here.
+    // Accepted, but of no effect here.
     addDomainDisabledOption(helper);
     addMailDataOptions(helper);
     standardOptionsParse(helper, argc, argv);

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "frontend/program_options_helper.h"
+#include "postfix/unknown_recipients.h"
 
 /// The switch "wait-stdin".
 void addWaitStdinOption(ProgramOptionsHelper& helper);
@@ -24,8 +25,12 @@ void addDefaultQuotaOptions(ProgramOptionsHelper& helper);
 void formAliasOptions(ProgramOptionsHelper& helper);
 /// Options of the commands for one domain alias.
 void formDomainAliasOptions(ProgramOptionsHelper& helper);
-/// Options that choose what becomes of mail to unknown names. See buildNotexistingMailnamesAction().
+/// Options that choose what becomes of mail to unknown recipients.
 void formNotexistingMailOptions(ProgramOptionsHelper& helper);
+/// What they choose: bounce goes before catch-all, catch-all before reject. Throws MissingMandatoryOption when nothing
+/// is chosen, logged, or when the catch-all has no address; IdnaError for an address that cannot be converted;
+/// std::runtime_error for a text or an address that no record can hold.
+NonexistingMailnamesAction buildNotexistingMailnamesAction(const ProgramOptionsHelper& helper);
 
 /// Values of a name option that is present.
 const std::string& domainOption(const ProgramOptionsHelper& helper, const char* name = "domain-name");

@@ -6,8 +6,6 @@
 #include <cstring>
 #include <iostream>
 
-#include "frontend/exit_status.h"
-
 bool finishOutput(std::ostream& stream) {
     errno = 0;
     stream.flush();

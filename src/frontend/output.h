@@ -1,7 +1,15 @@
-// What the program was asked to print: on a full disk or a closed reader the text is lost, and that is a failure.
+// How the program ends: its exit statuses, and the check of what it was asked to print. On a full disk or for a closed
+// reader the text is lost, and that is a failure.
 #pragma once
 
 #include <iosfwd>
+
+/// Exit statuses of the program itself. A handler's result is passed on as it is.
+enum ExitStatus : int {
+    kExitSuccess = 0,
+    kExitFailure = 1,         ///< wrong usage, lost output, or an exception
+    kExitUntypedFailure = 2,  ///< an exception of unknown type
+};
 
 /// Flushes; reports on standard error when the stream did not take all that was written. True when it did.
 bool finishOutput(std::ostream& stream);

@@ -4,7 +4,6 @@
 #include <boost/program_options/parsers.hpp>
 #include <iostream>
 
-#include "frontend/exit_status.h"
 #include "frontend/option_types.h"
 #include "frontend/output.h"
 #include "process/error_stream.h"

@@ -6,8 +6,7 @@
 #include <iomanip>
 #include <iostream>
 
-#include "frontend/command_descriptions.h"
-#include "frontend/exit_status.h"
+#include "frontend/command_table.h"
 #include "frontend/output.h"
 
 namespace mxadmin_commands {
@@ -55,8 +54,8 @@ constexpr const char* kStdinUsage =
 
 std::size_t longestCommand() {
     std::size_t longest = 0;
-    for (const CommandDescription& row : commandDescriptions) {
-        longest = std::max(longest, std::strlen(row.command));
+    for (const Command& row : kCommands) {
+        longest = std::max(longest, std::strlen(row.words));
     }
     return longest;
 }
@@ -78,16 +77,16 @@ void usageShort(int status, std::ostream& stream) {
 void usageCommands(int status, std::ostream& stream) {
     const int width = static_cast<int>(longestCommand() + kColumnGap);
     stream << "Mxadmin commands:\n" << std::left;
-    for (const CommandDescription& row : commandDescriptions) {
-        stream << std::setw(width) << row.command << row.description << '\n';
+    for (const Command& row : kCommands) {
+        stream << std::setw(width) << row.words << row.description << '\n';
     }
     exitAfterOutput(status, stream);
 }
 
 void usageLegacy(int status, std::ostream& stream) {
     stream << "Usage: mxadmin [OPTIONS]... \n";
-    for (const CommandDescription& row : commandDescriptions) {
-        stream << "  " << row.command << ' ' << row.options << '\n' << "        " << row.description << '\n';
+    for (const Command& row : kCommands) {
+        stream << "  " << row.words << ' ' << row.synopsis << '\n' << "        " << row.description << '\n';
     }
     exitAfterOutput(status, stream);
 }

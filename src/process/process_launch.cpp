@@ -1,6 +1,7 @@
-// fork, the child's way to exec, and the report of what went wrong on it.
+// The wiring of the child's streams, fork, its way to exec, and the report of what went wrong on it.
 #include "process/process_launch.h"
 
+#include <fcntl.h>
 #include <stdio_ext.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -12,9 +13,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <stdexcept>
 #include <string>
+#include <utility>
 
-#include "process/child_streams.h"
 #include "process/retry.h"
 
 namespace kavro::process {
@@ -25,6 +27,94 @@ constexpr int kFirstOther = STDERR_FILENO + 1;
 
 /// Exit statuses of a child that could not run its program.
 enum ChildStatus : int { kUnknownException = 65, kException = 66, kSystemError = 67 };
+
+/// The texts that name one stream's steps in errors.
+struct StreamTags {
+    const char* devNullOpen;
+    const char* pipe;
+    const char* invalid;
+    const char* dup2;
+};
+
+/// What the child is to get as one of its standard streams.
+struct ChildStream {
+    int source = -1;  ///< -1: what the parent has
+    FdOwner owned;    ///< holds `source` when it was opened here
+};
+
+/// All three, by number.
+using ChildStreams = std::array<ChildStream, 3>;
+
+constexpr std::array<StreamTags, 3> kTags = {{
+    {"stdin /dev/null open", "stdin pipe", "invalid FD for stdin", "stdin dup2"},
+    {"stdout /dev/null open", "stdout pipe", "invalid FD for stdout", "stdout dup2"},
+    {"stderr /dev/null open", "stderr pipe", "invalid FD for stderr", "stderr dup2"},
+}};
+
+/// A caller's descriptor may itself be 0 to 2, and wiring an earlier stream would put another file there.
+void saveOverwrittenSources(ChildStreams& streams) {
+    for (std::size_t target = 1; target < streams.size(); ++target) {
+        const int source = streams[target].source;
+        if (source < 0 || source >= static_cast<int>(target)) {
+            continue;
+        }
+        const int before = streams[static_cast<std::size_t>(source)].source;
+        if (before != -1 && before != source) {
+            streams[target].owned = FdOwner(
+                checkedCall(kTags[target].dup2, [&] { return ::fcntl(source, F_DUPFD_CLOEXEC, STDERR_FILENO + 1); }));
+            streams[target].source = streams[target].owned.get();
+        }
+    }
+}
+
+/// Opens stream number `target` as the selector of ProcessLaunch says; `parentEnd` gets the other end of a pipe.
+/// Throws SystemError, std::invalid_argument.
+ChildStream openChildStream(int target, int selector, FdOwner& parentEnd) {
+    const StreamTags& tags = kTags[static_cast<std::size_t>(target)];
+    const bool input = target == STDIN_FILENO;
+    ChildStream stream;
+    switch (selector) {
+        case ProcessLaunch::INHERIT:
+            return stream;
+        case ProcessLaunch::DEV_NULL: {
+            const int flags = O_CLOEXEC | (input ? O_RDONLY : O_WRONLY);
+            FdOwner null(checkedCall(tags.devNullOpen, [&] { return ::open("/dev/null", flags); }));
+            stream.owned = aboveStandardStreams(std::move(null), tags.devNullOpen);
+            break;
+        }
+        case ProcessLaunch::PIPE: {
+            PipeOwner pipe;
+            pipe.create(tags.pipe);
+            stream.owned = std::move(input ? pipe.readEnd() : pipe.writeEnd());
+            parentEnd = std::move(input ? pipe.writeEnd() : pipe.readEnd());
+            break;
+        }
+        default:
+            if (selector < 0) {
+                throw std::invalid_argument(tags.invalid);
+            }
+            stream.source = selector;
+            return stream;
+    }
+    stream.source = stream.owned.get();
+    return stream;
+}
+
+/// In the child: makes the sources its descriptors 0 to 2 and closes those that were opened for it. Throws SystemError.
+void connectStreams(ChildStreams& streams) {
+    saveOverwrittenSources(streams);
+    for (std::size_t i = 0; i < streams.size(); ++i) {
+        const int target = static_cast<int>(i);
+        const int source = streams[i].source;
+        if (source == target) {
+            // dup2(2) onto itself would leave the mark in place.
+            checkedCall(kTags[i].dup2, [&] { return ::fcntl(target, F_SETFD, 0); });
+        } else if (source >= 0) {
+            checkedCall(kTags[i].dup2, [&] { return ::dup2(source, target); });
+        }
+        streams[i].owned.close();
+    }
+}
 
 /// What the child does before the new program takes over.
 struct ChildTask {

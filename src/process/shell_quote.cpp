@@ -26,7 +26,7 @@ const char* shell_escape_chars =
 
 namespace {
 
-// Kept: the upper half of the table is not asked. Bytes from 0x80 up are neither safe nor quoted.
+// The upper half of the table is not asked. Bytes from 0x80 up are neither safe nor quoted.
 constexpr char kNotAscii = 'x';
 
 char markOf(char character) {

@@ -1,4 +1,4 @@
-// Scoped changes of the signal mask and of a signal's action.
+// What the scopes change is put back in their destructors, by sigprocmask(2) and sigaction(2).
 #include "process/signal_blocker.h"
 
 #include <exception>

@@ -1,4 +1,4 @@
-// What a program inherits from its caller and cannot rely on, put right in one call.
+// The parts of the start state, each put right by itself.
 #include "process/start_state.h"
 
 #include <fcntl.h>

@@ -3,7 +3,6 @@
 
 #include <boost/program_options/value_semantic.hpp>
 
-#include "frontend/nonexisting_action_options.h"
 #include "frontend/option_groups.h"
 #include "frontend/option_types.h"
 #include "frontend/parse_arguments.h"

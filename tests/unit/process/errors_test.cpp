@@ -13,7 +13,6 @@
 #include "process/shell_quote.h"
 #include "process/subprocess.h"
 #include "process/system_error.h"
-#include "process/traceback.h"
 
 namespace kavro {
 

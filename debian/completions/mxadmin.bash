@@ -32,7 +32,7 @@ _mxadmin() {
     )
 
     if ((cword == 1)); then
-        COMPREPLY=($(compgen -W "${!options[*]} -h --help --help-commands --help-legacy --help-stdin" -- "$cur"))
+        COMPREPLY=($(compgen -W "${!options[*]} -h --help --help-commands --help-legacy --help-stdin --version" -- "$cur"))
     elif [[ -n ${options[${words[1]}]-} && $cur == -* ]]; then
         COMPREPLY=($(compgen -W "${options[${words[1]}]} --help -h" -- "$cur"))
         [[ ${COMPREPLY-} == *= ]] && compopt -o nospace

@@ -51,6 +51,38 @@ answers() { same "$1" "$2|$3|$4" "$status|$out|$err"; }
   same "data on standard input" $'0|\t [--default-domain-quota=<quota>]\n\n\t\t"name": "string",\n}' "$status$err|$(sed -n '4,5p; 14p; $p' <<<"$out")"
 }
 
+# manual COMMAND: the options that the manual page gives it, "mail-data" and "action" taken apart.
+manual() {
+  awk -v command="$1" '
+    /^\.Ss/ { base = /mailnames and mailboxes/ ? "-domain-name -mailname" : "-domain-name" }
+    /^\.It Xo/ { item = $0; while ((getline line) > 0 && line != ".Xc") item = item " " line; $0 = item }
+    $0 ~ "^\\.It (Xo )?Fl " substr(command, 2) "( |$)" {
+      sub("Fl " substr(command, 2), "")
+      if (/-old-domain-name/) base = ""
+      if (/-old-mailname/) base = "-domain-name"
+      if (/Ar mail-data/) base = base " -domain-aliases -mail-addresses -wait-stdin"
+      else if (command ~ /--add-|--set-/) base = base " -wait-stdin"
+      if (/Ar action/) base = base " -set-bounce -phrase -set-catchall -email -set-reject"
+      if (/Fl D/) base = base " -mail-domain-disabled"
+      while (match($0, /Fl -[a-z-]+/)) { base = base " " substr($0, RSTART + 3, RLENGTH - 3); $0 = substr($0, RSTART + RLENGTH) }
+      gsub(/-[a-z-]+/, "-&", base)
+      print base " --help"
+      exit
+    }' "$BATS_TEST_DIRNAME/../../docs/mxadmin.8"
+}
+
+@test "the manual page and the completion give each command the options of its help" {
+  _init_completion() { words=(mxadmin "$command" --) cword=2 cur=--; }
+  compopt() { :; }
+  . "$BATS_TEST_DIRNAME"/../../debian/completions/mxadmin.bash
+  for command in $(mxadmin --help-commands | grep -oE '^--[a-z-]+' | grep -v help); do
+    options=$(mxadmin $command --help | sed -nE 's/^  (-. \[ )?(--[a-z-]+).*/\2/p' | sort)
+    same "$command in the manual" "$options" "$(manual $command | tr ' ' '\n' | sed '/^$/d' | sort)"
+    _mxadmin || true
+    same "$command completed" "$options" "$(printf '%s\n' "${COMPREPLY[@]%=}" | sort)"
+  done
+}
+
 @test "bad options are told on both streams with the command's usage, bad names as fatal errors; nothing is touched" {
   local usage='add a domain
 Usage: --add-domain --domain-name=<domain> [--disk-quota=quota] [--wait-stdin]

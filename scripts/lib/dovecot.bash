@@ -4,6 +4,7 @@
 DOVECOT_LOG=/var/log/mxadmin-dovecot.log
 IMAP_PORT=21143
 POP3_PORT=21110
+. "$(dirname "${BASH_SOURCE[0]}")/loopback.bash"
 
 start_dovecot() {
   local examples=$1
@@ -44,14 +45,7 @@ END
   install -m 0666 /dev/null $DOVECOT_LOG
   mkdir -p /run/dovecot
   dovecot
-  local _
-  for _ in $(seq 100); do
-    if (exec 3<>"/dev/tcp/127.0.0.1/$IMAP_PORT") 2>/dev/null; then return; fi
-    sleep 0.1
-  done
-  echo "Dovecot did not start" >&2
-  cat $DOVECOT_LOG >&2
-  return 1
+  wait_for_server Dovecot $IMAP_PORT $DOVECOT_LOG
 }
 
 stop_dovecot() { doveadm stop; }

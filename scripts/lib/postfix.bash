@@ -1,25 +1,9 @@
 # A running Postfix on the panel's four tables, for use inside the sandbox only: the demo and the mail tests source this.
 # Debian's package, configured from nothing; SMTP on loopback only.
 
-if [ ! -e /run/mxadmin-sandbox ]; then
-  echo "This overwrites the configuration of Postfix. Run it in scripts/sandbox." >&2
-  exit 1
-fi
-
 POSTFIX_LOG=/var/log/mxadmin-postfix.log
 TABLES=/var/spool/postfix/kavro
-
-# A TCP port on loopback that nobody listens on.
-free_port() {
-  local port
-  for port in $(seq 20025 20125); do
-    if ! (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then
-      echo "$port"
-      return
-    fi
-  done
-  return 1
-}
+. "$(dirname "${BASH_SOURCE[0]}")/loopback.bash"
 
 configure_postfix() {
   SMTP_PORT=$(free_port)
@@ -39,14 +23,7 @@ configure_postfix() {
 start_postfix() {
   configure_postfix
   postfix start >/dev/null 2>&1
-  local _
-  for _ in $(seq 100); do
-    if (exec 3<>"/dev/tcp/127.0.0.1/$SMTP_PORT") 2>/dev/null; then return; fi
-    sleep 0.1
-  done
-  echo "Postfix did not start" >&2
-  cat $POSTFIX_LOG >&2
-  return 1
+  wait_for_server Postfix "$SMTP_PORT" $POSTFIX_LOG
 }
 
 stop_postfix() { postfix stop >/dev/null 2>&1; }

@@ -64,7 +64,7 @@ std::string newQuotaText(long limit) {
 
 }  // namespace
 
-AsMailUser::AsMailUser() : mask_(::umask(0)) {
+AsMailUser::AsMailUser() {
     static const uid_t uid = kavro_ugid(MAIL_USER, 0);
     static const gid_t gid = kavro_ugid(MAIL_USER, 1);
     gid_ = static_cast<gid_t>(::setfsgid(gid));
@@ -74,7 +74,6 @@ AsMailUser::AsMailUser() : mask_(::umask(0)) {
 AsMailUser::~AsMailUser() {
     ::setfsuid(uid_);
     ::setfsgid(gid_);
-    ::umask(mask_);
 }
 
 void makeWholeHome(int root, const std::string& name, const std::string& path, long quota) {

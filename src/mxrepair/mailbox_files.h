@@ -25,8 +25,8 @@ inline constexpr std::array<LayoutEntry, 10> kHomeLayout = {{{".", true},
                                                              {"Maildir/.Spam/cur", false},
                                                              {"@attachments", true}}};
 
-/// While it lives, files are made and found with the mail user's rights and belong to it, with exactly the modes given,
-/// from the start: nothing need be given away, and no link leads where the mail user could not go.
+/// While it lives, files that this thread makes belong to the mail user, and are made with its rights: nothing need be
+/// given away, and no link leads where the mail user could not go.
 class AsMailUser {
 public:
     AsMailUser();
@@ -37,7 +37,6 @@ public:
 private:
     uid_t uid_;
     gid_t gid_;
-    mode_t mask_;
 };
 
 /// Makes a home that is not there in an open domain root: directories, delivery file, quota file. What another run made

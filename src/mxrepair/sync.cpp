@@ -5,16 +5,21 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/filesystem.hpp>
 #include <cerrno>
+#include <future>
 #include <iostream>
-#include <map>
+#include <optional>
 #include <stdexcept>
+#include <thread>
+#include <vector>
 
 #include "auth/auth_paths.h"
 #include "handlers/handlers_database.h"
 #include "mxrepair/document_check.h"
 #include "mxrepair/mailbox_files.h"
+#include "postfix/running_postfix.h"
 #include "process/descriptors.h"
 #include "process/system_error.h"
 #include "services/domain_keys.h"
@@ -31,6 +36,7 @@ using kavro::FdOwner;
 using kavro::SqliteConnection;
 using kavro::SqliteStatement;
 using kavro::mail::MaildirManager;
+using kavro::mail::postfix::RoutingNotice;
 
 /// What was done, counted for each domain: report(domain, what, count).
 class Report {
@@ -65,14 +71,15 @@ private:
     NodeState& node_;
 };
 
-/// Makes the homes of one domain after the other.
-class Storage {
+/// The root of one domain after the other.
+class Roots {
 public:
-    /// Opens the domain's root, made if need be.
-    void enter(const std::string& domain) {
+    /// Opens the domain's root, made if need be, unless it is the one that is open.
+    int enter(const std::string& domain) {
         if (domain == domain_) {
-            return;
+            return root_.get();
         }
+        domain_.clear();
         const fs::path path = manager_.getDomainRoot(domain);
         root_ = kavro::mail::openDomainRoot(path);
         if (root_.empty() && errno == ENOENT) {
@@ -84,10 +91,9 @@ public:
         }
         domain_ = domain;
         path_ = path.string() + '/';
+        return root_.get();
     }
-
-    void makeHome(const std::string& name, long quota) { makeWholeHome(root_.get(), name, path_ + name, quota); }
-    void completeHome(const std::string& name) { makeDeliveryFile(root_.get(), name + "/.qmail", path_ + name); }
+    std::string pathOf(const std::string& name) const { return path_ + name; }
 
 private:
     MaildirManager& manager_ = MaildirManager::getInstance();
@@ -96,32 +102,84 @@ private:
     FdOwner root_;
 };
 
+struct NewHome {
+    std::string domain;
+    std::string name;
+    long quota;
+};
+
+/// Makes new homes by several threads: nearly all the time goes into mkdir(2), and directories of different homes do
+/// not wait for each other. The roots are there; nothing else of the process runs meanwhile.
+class HomeMaker {
+public:
+    void add(NewHome home) {
+        homes_.push_back(std::move(home));
+        if (homes_.size() == kBatch) {
+            finish();
+        }
+    }
+
+    /// Throws what one of them threw.
+    void finish() {
+        const std::size_t workers = std::clamp(std::thread::hardware_concurrency(), 1U, kMostWorkers);
+        const std::size_t share = homes_.size() / workers + 1;
+        std::vector<std::future<void>> parts;
+        for (std::size_t first = 0; first < homes_.size(); first += share) {
+            const std::size_t last = std::min(first + share, homes_.size());
+            parts.push_back(std::async(std::launch::async, [this, first, last] { make(first, last); }));
+        }
+        for (std::future<void>& part : parts) {
+            part.get();
+        }
+        homes_.clear();
+    }
+
+private:
+    static constexpr std::size_t kBatch = 4096;
+    static constexpr unsigned kMostWorkers = 8;
+
+    void make(std::size_t first, std::size_t last) const {
+        Roots roots;
+        for (std::size_t i = first; i != last; ++i) {
+            const NewHome& home = homes_[i];
+            const int root = roots.enter(home.domain);
+            makeWholeHome(root, home.name, roots.pathOf(home.name), home.quota);
+        }
+    }
+
+    std::vector<NewHome> homes_;
+};
+
+/// A home that stands gets the files that it lacks, and its quota.
+void completeHome(Roots& roots, const NewHome& home, Report& report) {
+    makeDeliveryFile(roots.enter(home.domain), home.name + "/.qmail", roots.pathOf(home.name));
+    if (shownLimit(home.domain, home.name) != expectedLimit(home.domain, home.name, home.quota)) {
+        if (store_mbox_quota(home.domain.c_str(), home.name.c_str(), home.quota) == 0) {
+            throw std::runtime_error("cannot set the quota of " + home.name + '@' + home.domain);
+        }
+        report.add(home.domain, "quotas set");
+    }
+}
+
 void makeStorage(NodeState& node, Report& report) {
-    Storage storage;
+    Roots roots;
     Progress progress("mail storage");
     node.query("SELECT domain FROM doc_domain WHERE domain NOT IN (SELECT domain FROM root) ORDER BY domain", {},
-               [&](const SqliteStatement& row) { storage.enter(row.text(0)); });
+               [&](const SqliteStatement& row) { roots.enter(row.text(0)); });
+    HomeMaker newHomes;
     node.query(
         "SELECT m.domain, m.name, m.quota, EXISTS(SELECT 1 FROM home h WHERE h.domain=m.domain AND h.name=m.name)"
         " FROM doc_mail m ORDER BY m.domain, m.name",
         {}, [&](const SqliteStatement& row) {
-            const std::string domain = row.text(0);
-            const std::string name = row.text(1);
-            const long quota = row.number(2);
             progress.step();
-            storage.enter(domain);
+            NewHome home{row.text(0), row.text(1), row.number(2)};
             if (row.number(3) == 0) {
-                storage.makeHome(name, quota);
-                return;
-            }
-            storage.completeHome(name);
-            if (shownLimit(domain, name) != expectedLimit(domain, name, quota)) {
-                if (store_mbox_quota(domain.c_str(), name.c_str(), quota) == 0) {
-                    throw std::runtime_error("cannot set the quota of " + name + '@' + domain);
-                }
-                report.add(domain, "quotas set");
+                newHomes.add(std::move(home));
+            } else {
+                completeHome(roots, home, report);
             }
         });
+    newHomes.finish();
     node.execute(
         "CREATE TABLE new_home AS SELECT m.domain FROM doc_mail m WHERE NOT EXISTS(SELECT 1 FROM home h WHERE"
         " h.domain=m.domain AND h.name=m.name)");
@@ -269,6 +327,11 @@ int runSync(const Options& options) {
     node.settle();
     compareWithDocuments(node);
     Report report(node);
+    std::optional<RoutingNotice> notice;
+    if (node.exists("SELECT 1 FROM missing WHERE map='virtual_domains' OR value='1' UNION ALL SELECT 1 FROM gone_alias",
+                    {})) {
+        notice.emplace();
+    }
     makeStorage(node, report);
     changeRecords(node, report);
     changeUsers(node, report);

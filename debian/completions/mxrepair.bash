@@ -1,8 +1,21 @@
-# Bash completion of mxrepair.
+# Bash completion of mxrepair: modes, and the options of each.
 
 _mxrepair() {
-    local cur prev words cword
-    _init_completion || return
-    ((cword == 1)) && COMPREPLY=($(compgen -W '--init --help --version' -- "$cur"))
+    local cur prev words cword split
+    _init_completion -s -n = || return
+
+    local -A options=(
+        [--init]=
+        [--check]='--domain= --json --wait-stdin'
+        [--fix]='--domain= --json --finish-rename= --undo-rename='
+        [--sync]='--wait-stdin'
+    )
+
+    if ((cword == 1)); then
+        COMPREPLY=($(compgen -W "${!options[*]} --help --version" -- "$cur"))
+    elif [[ -n ${options[${words[1]}]-} && $cur == -* ]]; then
+        COMPREPLY=($(compgen -W "${options[${words[1]}]}" -- "$cur"))
+        [[ ${COMPREPLY-} == *= ]] && compopt -o nospace
+    fi
 } &&
     complete -F _mxrepair mxrepair

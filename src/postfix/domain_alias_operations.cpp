@@ -56,8 +56,10 @@ int renameDomainAlias(const std::string& domain, const std::string& oldAlias, co
     if (clone_domain_key(oldAlias.c_str(), newAlias.c_str()) != 0) {
         // Kept: the one warning that is not flushed.
         uerr << "WARNING: cannot create domainkey for " << newAlias << '\n';
+    } else {
+        // Never the only key of the two.
+        remove_domain_key(oldAlias.c_str());
     }
-    remove_domain_key(oldAlias.c_str());
     if (add_domain_auth_alias(domain.c_str(), newAlias.c_str()) == -1 || rm_domain_auth_alias(oldAlias.c_str()) == -1) {
         return 1;
     }

@@ -1,13 +1,9 @@
 // DomainKeys key files. Every list is worked through to its end; what fails on the way is reported and remembered.
 //
-// The copying routine ends the process when it fails. What an operator can have put in its way is therefore looked for
-// before it is called, so that one odd domain does not keep the others from their keys.
-//
 // The reporter shows the system error that errno holds, so errno is cleared where no system call has failed.
 #include "services/domain_keys.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -15,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "process/retry.h"
 #include "services/path_limit.h"
 #include "util/accounts.h"
 #include "util/atomic_copy.h"
@@ -82,13 +79,30 @@ std::string directory_path(const std::string& name) {
 /// errno values.
 int regular_file_error(const char* path) {
     struct stat status {};
-    if (::stat(path, &status) != 0) {
+    if (kavro::retryInterrupted([&] { return ::stat(path, &status); }) != 0) {
         return errno;
     }
     if (S_ISREG(status.st_mode)) {
         return 0;
     }
     return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+}
+
+/// 1 for a key file, 0 where there is none or something else in its place, -1, reported, when it cannot be told.
+int has_key(const char* path) {
+    switch (const int error = regular_file_error(path)) {
+        case 0:
+            return 1;
+        case ENOENT:
+        case ENOTDIR:
+        case EISDIR:
+        case EINVAL:
+            return 0;
+        default:
+            errno = error;
+            messlog2(0, 0, "Unable to examine %s: %s", path, std::strerror(error));
+            return -1;
+    }
 }
 
 /// Calls `apply` with each domain of a list. -1 when one answered other than 0, or when there is none to call it with.
@@ -116,15 +130,6 @@ int for_each_domain(const char* domains, const Apply& apply) {
     return result;
 }
 
-/// What would make the copying end the process although it can be seen before. 0, or an errno value.
-int target_error(const std::string& directory, const std::string& key) {
-    if (::access(directory.c_str(), W_OK | X_OK) != 0) {
-        return errno;
-    }
-    struct stat status {};
-    return ::lstat(key.c_str(), &status) == 0 && S_ISDIR(status.st_mode) ? EISDIR : 0;
-}
-
 /// Gives one domain a copy of the source. 0, or -1, reported.
 int install_key(const std::string& domain, const char* source_file, gid_t readers) {
     const std::string name = directory_name(domain);
@@ -140,13 +145,7 @@ int install_key(const std::string& domain, const char* source_file, gid_t reader
     if (key.empty()) {
         return -1;
     }
-    if (const int error = target_error(directory, key); error != 0) {
-        errno = error;
-        messlog2(0, 0, "Unable to copy %s to %s: %s", source_file, key.c_str(), std::strerror(error));
-        return -1;
-    }
-    copy_file_atomic(source_file, key.c_str(), 0, readers, kKeyMode);
-    return 0;
+    return try_copy_file_atomic(source_file, key.c_str(), 0, readers, kKeyMode);
 }
 
 /// Removes one domain's directory with all that is in it. 0, or -1, reported.
@@ -158,8 +157,8 @@ int remove_directory(const std::string& domain) {
     }
     // A file in its place is nobody's key and not ours to remove. A link goes, its target stays.
     struct stat status {};
-    const bool foreign =
-        ::lstat(directory.c_str(), &status) == 0 && !S_ISDIR(status.st_mode) && !S_ISLNK(status.st_mode);
+    const bool foreign = kavro::retryInterrupted([&] { return ::lstat(directory.c_str(), &status); }) == 0 &&
+                         !S_ISDIR(status.st_mode) && !S_ISLNK(status.st_mode);
     if (foreign) {
         errno = ENOTDIR;
     }
@@ -183,7 +182,7 @@ char* get_domainkeys_file(const char* domain) {
 
 int domainkeys_enabled(const char* domain) {
     const CString path(get_domainkeys_file(domain));
-    return path != nullptr && regular_file_error(path.get()) == 0 ? 1 : 0;
+    return path != nullptr && has_key(path.get()) == 1 ? 1 : 0;
 }
 
 int set_domain_key(const char* domains, const char* source_file) {
@@ -209,7 +208,8 @@ int clone_domain_key(const char* src_domain, const char* dst_domains) {
         messlog2(0, 0, "Cannot get domainkeys key file for %s", printable(src_domain));
         return -1;
     }
-    return regular_file_error(source.get()) == 0 ? set_domain_key(dst_domains, source.get()) : 0;
+    const int found = has_key(source.get());
+    return found == 1 ? set_domain_key(dst_domains, source.get()) : found;
 }
 
 int remove_domain_key(const char* domains) {

@@ -8,12 +8,13 @@ inline constexpr const char* DOMAINKEYS_D = "/etc/domainkeys";
 /// The path of a domain's key file; newly allocated, free with free(3). Null for a null domain or, reported, when it
 /// reaches 4096 characters or the domain cannot be the name of a directory.
 char* get_domainkeys_file(const char* domain);
-/// 1 when the key file is a regular file, else 0.
+/// 1 when the key file is a regular file, else 0; a failure to examine it is reported.
 int domainkeys_enabled(const char* domain);
 /// Installs a copy of the key for each domain of the list: root, group popuser, mode 0440. 0, or -1 when one failed;
-/// the others are done all the same. A failure of the copying itself (a full disk) ends the process.
+/// the others are done all the same.
 int set_domain_key(const char* domains, const char* source_file);
-/// The same with the key of another domain; a source without a key is success. 0 or -1.
+/// The same with the key of another domain; a source without a key is success, one that cannot be examined is not.
+/// 0 or -1.
 int clone_domain_key(const char* src_domain, const char* dst_domains);
 /// Removes the key directory of each domain of the list; one that is not there is success. 0, or -1 when one failed.
 int remove_domain_key(const char* domains);

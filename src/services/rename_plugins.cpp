@@ -15,6 +15,7 @@
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "process/error_stream.h"
@@ -33,15 +34,13 @@ struct LibraryCloser {
     void operator()(void* library) const { ::dlclose(library); }
 };
 
-bool is_directory(const char* path) {
+/// The type bits of what is there, links followed as the loader does. Nothing, with errno, when it cannot be told.
+std::optional<mode_t> type_of(const char* path) {
     struct stat status {};
-    return ::stat(path, &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-/// Links are followed, as for the loader.
-bool is_regular_file(const char* path) {
-    struct stat status {};
-    return ::stat(path, &status) == 0 && S_ISREG(status.st_mode);
+    if (kavro::retryInterrupted([&] { return ::stat(path, &status); }) == -1) {
+        return std::nullopt;
+    }
+    return status.st_mode & S_IFMT;
 }
 
 /// Writes out all that is buffered, so that it is written once and not by the child too.
@@ -79,7 +78,12 @@ int call_plugin(const std::string& path, const char* old_domain, const char* new
 }  // namespace
 
 int RenameDomainInServices(const char* old_domain, const char* new_domain) {
-    if (!is_directory(RENAME_PLUGINS_D)) {
+    const auto type = type_of(RENAME_PLUGINS_D);
+    if (!type && errno != ENOENT && errno != ENOTDIR) {
+        logger(KAVRO_LOG_ERROR, "cannot examine plugins dir '%s': %s\n", RENAME_PLUGINS_D, std::strerror(errno));
+        return 1;
+    }
+    if (type != S_IFDIR) {
         logger(KAVRO_LOG_ERROR, "plugin directory '%s' not exists or not directory", RENAME_PLUGINS_D);
         return 1;
     }
@@ -88,6 +92,7 @@ int RenameDomainInServices(const char* old_domain, const char* new_domain) {
         logger(KAVRO_LOG_ERROR, "cannot open plugins dir '%s'", RENAME_PLUGINS_D);
         return 1;
     }
+    errno = 0;
     while (const dirent* entry = ::readdir(directory.get())) {
         std::string path(RENAME_PLUGINS_D);
         path.append(1, '/').append(entry->d_name);
@@ -96,9 +101,14 @@ int RenameDomainInServices(const char* old_domain, const char* new_domain) {
             return 1;
         }
         // Also passes over "." and "..", and entries that are gone by now.
-        if (is_regular_file(path.c_str()) && call_plugin(path, old_domain, new_domain) != 0) {
+        if (type_of(path.c_str()) == S_IFREG && call_plugin(path, old_domain, new_domain) != 0) {
             return 1;
         }
+        errno = 0;
+    }
+    if (errno != 0) {
+        logger(KAVRO_LOG_ERROR, "cannot read plugins dir '%s': %s\n", RENAME_PLUGINS_D, std::strerror(errno));
+        return 1;
     }
     return 0;
 }

@@ -1,4 +1,4 @@
-// Copying of a file through a temporary neighbour. The function answers to nobody: a failure ends the process.
+// Copying of a file through a temporary neighbour.
 #include "util/atomic_copy.h"
 
 #include <fcntl.h>
@@ -20,12 +20,14 @@
 
 namespace {
 
+using kavro::retryInterrupted;
+
 constexpr std::size_t kCopyBlock = 4096;
 
 bool copyContents(int from, int to) {
     std::array<char, kCopyBlock> block;
     for (;;) {
-        const ssize_t count = kavro::retryInterrupted([&] { return ::read(from, block.data(), block.size()); });
+        const ssize_t count = retryInterrupted([&] { return ::read(from, block.data(), block.size()); });
         if (count <= 0) {
             return count == 0;
         }
@@ -36,56 +38,87 @@ bool copyContents(int from, int to) {
     }
 }
 
-/// One copy under way: what its failures are reported with, and the temporary file that goes with them.
-struct AtomicCopy {
-    const char* source;
-    const char* target;
-    std::string temporary;
-    bool temporaryMade = false;
-
-    /// Removes the temporary file and ends the process.
-    [[noreturn]] void fail(const char* step) const {
-        if (temporaryMade) {
+/// The file that is renamed over the target at the end, and removed when it does not come to that. errno is kept.
+class TemporaryFile {
+public:
+    explicit TemporaryFile(const char* target)
+        : name_(std::string(target) + ".XXXXXX"), fd_(::mkostemp(name_.data(), O_CLOEXEC)), exists_(!fd_.empty()) {}
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile() {
+        if (exists_) {
             const kavro::ErrnoKeeper keeper;
-            kavro::retryInterrupted([this] { return ::unlink(temporary.c_str()); });
+            retryInterrupted([this] { return ::unlink(name_.c_str()); });
         }
-        messlog2(EXIT_FAILURE, 0, "copy_file_atomic(%s -> %s): %s failed", source, target, step);
-        std::abort();  // never reached: the reporter has ended the process
     }
+
+    int fd() const noexcept { return fd_.get(); }
+    bool isMade() const noexcept { return exists_; }
+
+    /// The contents reach the disk before the name does: who copied a file may remove the source afterwards.
+    bool finish() {
+        if (retryInterrupted([this] { return ::fsync(fd_.get()); }) == -1) {
+            return false;
+        }
+        return fd_.close_nothrow() == 0;
+    }
+
+    bool rename(const char* target) {
+        exists_ = retryInterrupted([&] { return ::rename(name_.c_str(), target); }) == -1;
+        return !exists_;
+    }
+
+private:
+    std::string name_;
+    kavro::QuietFdOwner fd_;
+    bool exists_;
 };
+
+/// Copies. Null, or the step that failed, with errno.
+const char* failingStep(const char* source, const char* target, uid_t owner, gid_t group, mode_t mode) {
+    const kavro::QuietFdOwner from(kavro::openRegular(source, O_RDONLY));
+    if (from.empty()) {
+        return "open";
+    }
+    TemporaryFile to(target);
+    if (!to.isMade()) {
+        return "mkstemp";
+    }
+    if (!copyContents(from.get(), to.fd())) {
+        return "write";
+    }
+    if (retryInterrupted([&] { return ::fchown(to.fd(), owner, group); }) == -1) {
+        return "chown";
+    }
+    if (retryInterrupted([&] { return ::fchmod(to.fd(), mode); }) == -1) {
+        return "chmod";
+    }
+    if (!to.finish()) {
+        return "flush";
+    }
+    return to.rename(target) ? nullptr : "rename";
+}
+
+/// Reports a failure with the given status for the process: 0, it goes on. 0 or -1.
+int copyAndReport(int status, const char* source, const char* target, uid_t owner, gid_t group, mode_t mode) {
+    try {
+        const char* step = failingStep(source, target, owner, group, mode);
+        if (step == nullptr) {
+            return 0;
+        }
+        messlog2(status, 0, "copy_file_atomic(%s -> %s): %s failed", source, target, step);
+    } catch (const std::bad_alloc&) {
+        messlog2(status, 0, "Allocation failed");
+    }
+    return -1;
+}
 
 }  // namespace
 
 void copy_file_atomic(const char* source, const char* target, uid_t owner, gid_t group, mode_t mode) {
-    AtomicCopy copy{source, target, {}, false};
-    kavro::QuietFdOwner from(kavro::openRegular(source, O_RDONLY));
-    if (from.empty()) {
-        copy.fail("open");
-    }
-    try {
-        copy.temporary = std::string(target) + ".XXXXXX";
-    } catch (const std::bad_alloc&) {
-        messlog2(EXIT_FAILURE, 0, "Allocation failed");
-    }
-    kavro::QuietFdOwner to(::mkostemp(copy.temporary.data(), O_CLOEXEC));
-    if (to.empty()) {
-        copy.fail("mkstemp");
-    }
-    copy.temporaryMade = true;
-    if (!copyContents(from.get(), to.get())) {
-        copy.fail("write");
-    }
-    if (kavro::retryInterrupted([&] { return ::fchown(to.get(), owner, group); }) == -1) {
-        copy.fail("chown");
-    }
-    if (kavro::retryInterrupted([&] { return ::fchmod(to.get(), mode); }) == -1) {
-        copy.fail("chmod");
-    }
-    if (to.close_nothrow() == -1) {
-        copy.fail("flush");
-    }
-    from.close_nothrow();
-    if (kavro::retryInterrupted([&] { return ::rename(copy.temporary.c_str(), target); }) == -1) {
-        copy.fail("rename");
-    }
+    copyAndReport(EXIT_FAILURE, source, target, owner, group, mode);
+}
+
+int try_copy_file_atomic(const char* source, const char* target, uid_t owner, gid_t group, mode_t mode) {
+    return copyAndReport(0, source, target, owner, group, mode);
 }

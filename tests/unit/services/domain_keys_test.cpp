@@ -63,10 +63,11 @@ TEST_F(DomainKeys, SetInstallsACopyForEveryDomainPastObstacles) {
     const mode_t before = umask(077);
     EXPECT_EQ(run([] { return set_domain_key("file.test,A.test,,dir.test,..,a/b,b.test,", "/tmp/source.key"); }), -1);
     umask(before);
-    for (const char* named : {"file.test", "dir.test/default: Is a directory", "'..'", "'a/b'"}) {
+    for (const char* named : {"file.test", "dir.test/default): rename failed", "'..'", "'a/b'"}) {
         EXPECT_THAT(reported, HasSubstr(named));
     }
     EXPECT_EQ(key("a.test") + key("b.test"), "key one\nkey one\n");
+    EXPECT_EQ(std::distance(fs::directory_iterator(kTree / "dir.test"), {}), 1);
     struct stat status {};
     ASSERT_EQ(stat((kTree / "b.test/default").c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0440U);
@@ -85,6 +86,10 @@ TEST_F(DomainKeys, CloneCopiesAKeyOnlyWhereThereIsOne) {
     write(kTree / "a.test/default", "key of a\n");
     EXPECT_EQ(clone_domain_key("A.test", "b.test"), 0);
     EXPECT_EQ(key("b.test"), "key of a\n");
+    fs::create_directory(kTree / "loop.test");
+    fs::create_symlink("default", kTree / "loop.test/default");
+    EXPECT_EQ(run([] { return clone_domain_key("loop.test", "d.test"); }), -1);
+    EXPECT_THAT(reported, HasSubstr("Unable to examine /etc/domainkeys/loop.test/default: Too many levels"));
     EXPECT_EQ(run([] { return clone_domain_key("..", "d.test"); }), -1);
     EXPECT_THAT(reported, HasSubstr("Cannot get domainkeys key file for ..\n"));
 }

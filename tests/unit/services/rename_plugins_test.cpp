@@ -77,4 +77,8 @@ TEST_F(RenamePlugins, WhatIsNoPluginSucceeds) {
     EXPECT_EQ(run("a"), "0 before ");
     std::ofstream(kDirectory / "text") << "no library\n";
     EXPECT_THAT(run("a"), StartsWith("0 before cannop load '/usr/lib/kavro-9.0/domain_rename/text' plugin: "));
+    fs::remove_all(kDirectory);
+    fs::create_symlink(kDirectory, kDirectory);
+    EXPECT_THAT(run("a"),
+                StartsWith("1 before cannot examine plugins dir '/usr/lib/kavro-9.0/domain_rename': Too many"));
 }

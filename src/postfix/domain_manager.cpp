@@ -1,6 +1,7 @@
 // Domains and domain aliases: creation, removal, enabling, disabling.
 #include "postfix/domain_manager.h"
 
+#include "postfix/postfix_errors.h"
 #include "postfix/session_names.h"
 #include "postfix/tables.h"
 #include "process/report_exception.h"
@@ -61,9 +62,10 @@ void DomainManager::removeDomain(const std::string& domain, OnRemoval onRemoval)
     DatabaseHelper::removeRecord(kVirtualDomainsTable, domain);
     if (onRemoval == OnRemoval::Remove) {
         try {
-            MaildirManager::getInstance().removeDomainRoot(domain);
-        } catch (...) {
+            warnOfMailLeft(domain, MaildirManager::getInstance().removeDomainRoot(domain).string());
+        } catch (const std::exception& error) {
             // Storage that cannot be deleted must not keep the records alive.
+            warn("WARNING: unable to remove all mail of ", domain + ": " + error.what());
         }
     } else if (onRemoval == OnRemoval::Backup) {
         MaildirManager::getInstance().backupDomainRoot(domain);

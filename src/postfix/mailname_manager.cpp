@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "postfix/rename_transaction.h"
+#include "postfix/postfix_errors.h"
 #include "postfix/session_names.h"
 #include "postfix/tables.h"
 #include "storage/dotqmail_manager.h"
@@ -66,7 +67,7 @@ void MailnameManager::removeMailname(const std::string& domain, const std::strin
     DatabaseHelper::removeRecord(kVirtualTable, address);
 
     if (onRemoval == OnRemoval::Remove) {
-        MaildirManager::getInstance().removeMailnameHome(domain, mailname);
+        warnOfMailLeft(address, MaildirManager::getInstance().removeMailnameHome(domain, mailname).string());
     } else if (onRemoval == OnRemoval::Backup) {
         MaildirManager::getInstance().backupMailnameHome(domain, mailname);
     }

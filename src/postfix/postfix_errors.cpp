@@ -15,4 +15,10 @@ void warn(const char* text, const std::string& name) {
     uerr << text << name << std::endl;
 }
 
+void warnOfMailLeft(const std::string& name, const std::string& path) {
+    if (!path.empty()) {
+        warn("WARNING: unable to remove all mail of ", name + ": it was a link to \"" + path + '"');
+    }
+}
+
 }  // namespace kavro::mail::postfix

@@ -44,4 +44,7 @@ void reportFailedRestore(const char* humanName);
 /// Prints a warning about a side store and the name concerned on the error stream.
 void warn(const char* text, const std::string& name);
 
+/// Warns that mail of a removed domain or address lies where a link in its place led. Not for an empty path.
+void warnOfMailLeft(const std::string& name, const std::string& path);
+
 }  // namespace kavro::mail::postfix

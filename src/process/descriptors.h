@@ -42,6 +42,7 @@ class QuietFdOwner : public FdOwner {
 public:
     using FdOwner::FdOwner;
     QuietFdOwner(QuietFdOwner&&) noexcept = default;
+    QuietFdOwner& operator=(QuietFdOwner&&) noexcept = default;
     ~QuietFdOwner() noexcept;
 };
 

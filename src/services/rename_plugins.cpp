@@ -3,7 +3,6 @@
 // Some of the messages have no line end of their own. Kept: callers match these texts.
 #include "services/rename_plugins.h"
 
-#include <dirent.h>
 #include <dlfcn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -22,13 +21,10 @@
 #include "process/retry.h"
 #include "services/logger.h"
 #include "services/path_limit.h"
+#include "util/c_file.h"
 #include "util/log.h"
 
 namespace {
-
-struct DirectoryCloser {
-    void operator()(DIR* directory) const { ::closedir(directory); }
-};
 
 struct LibraryCloser {
     void operator()(void* library) const { ::dlclose(library); }
@@ -87,24 +83,22 @@ int RenameDomainInServices(const char* old_domain, const char* new_domain) {
         logger(KAVRO_LOG_ERROR, "plugin directory '%s' not exists or not directory", RENAME_PLUGINS_D);
         return 1;
     }
-    const std::unique_ptr<DIR, DirectoryCloser> directory(::opendir(RENAME_PLUGINS_D));
+    const kavro::CDirectory directory(::opendir(RENAME_PLUGINS_D));
     if (directory == nullptr) {
         logger(KAVRO_LOG_ERROR, "cannot open plugins dir '%s'", RENAME_PLUGINS_D);
         return 1;
     }
-    errno = 0;
-    while (const dirent* entry = ::readdir(directory.get())) {
+    while (const dirent* entry = kavro::nextEntry(directory.get())) {
         std::string path(RENAME_PLUGINS_D);
         path.append(1, '/').append(entry->d_name);
         if (path.size() >= kavro::services::kPathLimit) {
             logger(KAVRO_LOG_ERROR, "path '%s/%s' is too long", RENAME_PLUGINS_D, entry->d_name);
             return 1;
         }
-        // Also passes over "." and "..", and entries that are gone by now.
+        // Also passes over entries that are gone by now.
         if (type_of(path.c_str()) == S_IFREG && call_plugin(path, old_domain, new_domain) != 0) {
             return 1;
         }
-        errno = 0;
     }
     if (errno != 0) {
         logger(KAVRO_LOG_ERROR, "cannot read plugins dir '%s': %s\n", RENAME_PLUGINS_D, std::strerror(errno));

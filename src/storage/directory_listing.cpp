@@ -18,8 +18,8 @@ constexpr std::size_t BUFFER_SIZE = 65536;
 
 }  // namespace
 
-DirectoryListing::DirectoryListing(const char* path)
-    : fd_(retryInterrupted([path] { return ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); })) {
+DirectoryListing::DirectoryListing(int parent, const char* name)
+    : fd_(retryInterrupted([=] { return ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); })) {
     if (isOpen()) {
         buffer_ = std::make_unique_for_overwrite<char[]>(BUFFER_SIZE);
     }
@@ -35,7 +35,7 @@ DirectoryListing::~DirectoryListing() {
 DirectoryListing::Step DirectoryListing::next(Entry& entry) {
     for (;;) {
         if (position_ == filled_) {
-            const ssize_t got = ::getdents64(fd_, buffer_.get(), BUFFER_SIZE);
+            const ssize_t got = retryInterrupted([this] { return ::getdents64(fd_, buffer_.get(), BUFFER_SIZE); });
             // A directory that was removed after it was opened lists nothing.
             if (got == 0 || (got == -1 && errno == ENOENT)) {
                 return Step::End;

@@ -17,8 +17,9 @@ public:
     };
     enum class Step { Entry, End, Failed };
 
-    /// Opens; isOpen() tells whether that worked, errno why not.
-    explicit DirectoryListing(const char* path);
+    /// Opens a directory named relative to another, links on the way not followed; isOpen() tells whether that worked,
+    /// errno why not.
+    DirectoryListing(int parent, const char* name);
     ~DirectoryListing();
     DirectoryListing(const DirectoryListing&) = delete;
     DirectoryListing& operator=(const DirectoryListing&) = delete;

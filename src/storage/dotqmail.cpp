@@ -8,9 +8,12 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
+#include "process/descriptors.h"
 #include "process/retry.h"
 #include "storage/imap_server.h"
+#include "storage/mailname_tree.h"
 #include "util/accounts.h"
 #include "util/c_file.h"
 #include "util/c_memory.h"
@@ -21,33 +24,96 @@
 
 namespace {
 
+using kavro::retryInterrupted;
+
 constexpr mode_t DOTQMAIL_MODE = 0600;
 constexpr const char* NO_DELIVERY_LINE = "| true\n";
 
-int giveToMailUser(const char* path) {
-    return file_set_user_mode(path, MAIL_USER, DOTQMAIL_MODE);
-}
+/// A delivery file, and its home, which is reached without following what the mail user may have linked there.
+class DeliveryFile {
+public:
+    explicit DeliveryFile(const char* path)
+        : path_(path),
+          name_(path_.substr(path_.rfind('/') + 1)),
+          home_(kavro::mail::openMailDirectory(path_.substr(0, path_.size() - name_.size()))),
+          openError_(errno) {}
 
-/// Opens for writing and empties it. Null with errno; a link or anything but a file is refused, because whatever runs
-/// as the mail user could have put it there.
-kavro::CFile openEmptied(const char* path) {
-    const int fd = kavro::retryInterrupted(
-        [path] { return ::open(path, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, DOTQMAIL_MODE); });
-    if (fd == -1) {
-        return nullptr;
-    }
-    struct stat status;
-    const bool known = ::fstat(fd, &status) == 0;
-    if (known && !S_ISREG(status.st_mode)) {
-        errno = EINVAL;
-    } else if (known && ::ftruncate(fd, 0) == 0) {
-        if (std::FILE* stream = ::fdopen(fd, "wt")) {
-            return kavro::CFile(stream);
+    const char* path() const noexcept { return path_.c_str(); }
+
+    int giveToMailUser() const {
+        if (home_.empty()) {
+            errno = openError_;
+            return -1;
         }
+        return file_set_user_mode_at(home_.get(), path(), MAIL_USER, DOTQMAIL_MODE);
     }
-    const kavro::ErrnoKeeper keeper;
-    ::close(fd);
-    return nullptr;
+
+    /// As file_strings does it.
+    int edit(const char* const* lines, int action) const {
+        if (!home_.empty()) {
+            return file_strings_at(home_.get(), path(), lines, action, FILE_STRINGS_AT_END);
+        }
+        errno = openError_;
+        const bool missing = errno == ENOENT;
+        messlog2(0, 0,
+                 missing && action == FILE_STRINGS_REMOVE ? "file_str: Unable to stat file %s: %s\n"
+                                                          : "Unable to open file %s: %s\n",
+                 path(), std::strerror(errno));
+        return -1;
+    }
+    int edit(const char* line, int action) const {
+        const char* const lines[] = {line, nullptr};
+        return edit(lines, action);
+    }
+
+    /// Opens for writing and empties it. Null with errno; a link or anything but a file is refused, because whatever
+    /// runs as the mail user could have put it there.
+    kavro::CFile openEmptied() const {
+        errno = openError_;
+        kavro::QuietFdOwner fd(home_.empty() ? -1 : retryInterrupted([this] {
+            return ::openat(home_.get(), name_.c_str(),
+                            O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, DOTQMAIL_MODE);
+        }));
+        struct stat status;
+        if (fd.empty() || ::fstat(fd.get(), &status) == -1) {
+            return nullptr;
+        }
+        if (!S_ISREG(status.st_mode)) {
+            errno = EINVAL;
+            return nullptr;
+        }
+        if (retryInterrupted([&] { return ::ftruncate(fd.get(), 0); }) == -1) {
+            return nullptr;
+        }
+        kavro::CFile stream(::fdopen(fd.get(), "wt"));
+        if (stream != nullptr) {
+            fd.release();
+        }
+        return stream;
+    }
+
+    /// Keeps errno.
+    void remove() const {
+        const kavro::ErrnoKeeper keeper;
+        retryInterrupted([this] { return ::unlinkat(home_.get(), name_.c_str(), 0); });
+    }
+
+private:
+    std::string path_;
+    std::string name_;
+    kavro::QuietFdOwner home_;
+    int openError_;
+};
+
+int removeDeliveryStrings(const DeliveryFile& file) {
+    // The first is what earlier versions wrote.
+    const char* const deliveries[] = {"./Maildir/", kavro::mail::imapServer(0)->deliveryLine,
+                                      kavro::mail::imapServer(1)->deliveryLine, nullptr};
+    if (file.edit(deliveries, FILE_STRINGS_REMOVE) != 0) {
+        kavro_log(KAVRO_LOG_WARNING, "Unable to remove old delivery strings from '%s'", file.path());
+        return -1;
+    }
+    return 0;
 }
 
 /// The address with its domain in ASCII form; null, reported, when it has none.
@@ -69,50 +135,50 @@ kavro::CString forwardLine(const char* asciiAddress, const char* ending) {
 }  // namespace
 
 int dotqmail_reset(const char* path) {
-    kavro::CFile file = openEmptied(path);
-    if (file == nullptr) {
+    const DeliveryFile file(path);
+    kavro::CFile stream = file.openEmptied();
+    if (stream == nullptr) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to open '%s': %s", path, std::strerror(errno));
         return -1;
     }
-    const bool written = std::fputs(NO_DELIVERY_LINE, file.get()) >= 0 && std::fflush(file.get()) == 0;
+    const bool written = std::fputs(NO_DELIVERY_LINE, stream.get()) >= 0 && std::fflush(stream.get()) == 0;
     const int writeError = errno;
-    if (std::fclose(file.release()) != 0 || !written) {
+    // Whatever close(2) answers to a signal, Linux has closed.
+    const bool closed = std::fclose(stream.release()) == 0 || errno == EINTR;
+    if (!closed || !written) {
         if (!written) {
             errno = writeError;
         }
-        const kavro::ErrnoKeeper keeper;
-        ::unlink(path);
-        kavro_log(KAVRO_LOG_ERROR, "Unable to write to '%s': %s", path, std::strerror(keeper.saved()));
+        file.remove();
+        kavro_log(KAVRO_LOG_ERROR, "Unable to write to '%s': %s", path, std::strerror(errno));
         return -1;
     }
-    return giveToMailUser(path);
+    return file.giveToMailUser();
 }
 
 int dotqmail_remove_delivery_strings(const char* path) {
-    // The first is what earlier versions wrote.
-    const char* const deliveries[] = {"./Maildir/", kavro::mail::imapServer(0)->deliveryLine,
-                                      kavro::mail::imapServer(1)->deliveryLine, nullptr};
-    if (file_strings(path, deliveries, FILE_STRINGS_REMOVE, FILE_STRINGS_AT_END) != 0) {
-        kavro_log(KAVRO_LOG_WARNING, "Unable to remove old delivery strings from '%s'", path);
-        return -1;
-    }
-    return 0;
+    return removeDeliveryStrings(DeliveryFile(path));
 }
 
 int dotqmail_add_delivery(const char* path) {
     const kavro::mail::ImapServer* server = kavro::mail::imapServer(detectImapPop3Server());
-    if (server == nullptr || dotqmail_remove_delivery_strings(path) != 0) {
+    if (server == nullptr) {
         return -1;
     }
-    if (file_str(path, server->deliveryLine, FILE_STRINGS_ADD, FILE_STRINGS_AT_END) != 0) {
+    const DeliveryFile file(path);
+    if (removeDeliveryStrings(file) != 0) {
+        return -1;
+    }
+    if (file.edit(server->deliveryLine, FILE_STRINGS_ADD) != 0) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to add delivery string to '%s'", path);
         return -1;
     }
-    return giveToMailUser(path);
+    return file.giveToMailUser();
 }
 
 int dotqmail_remove_delivery(const char* path) {
-    return dotqmail_remove_delivery_strings(path) != 0 ? -1 : giveToMailUser(path);
+    const DeliveryFile file(path);
+    return removeDeliveryStrings(file) != 0 ? -1 : file.giveToMailUser();
 }
 
 int dotqmail_add_forward(const char* path, const char* address) {
@@ -125,13 +191,14 @@ int dotqmail_add_forward(const char* path, const char* address) {
         messlog2(0, 0, "asprintf(\"&%%s\", %s) failed: %s", ascii.get(), std::strerror(errno));
         return -1;
     }
+    const DeliveryFile file(path);
     // A forward that is there already moves to the end; a file that is not there is made below.
-    file_str(path, line.get(), FILE_STRINGS_REMOVE, FILE_STRINGS_AT_END);
-    if (file_str(path, line.get(), FILE_STRINGS_ADD, FILE_STRINGS_AT_END) != 0) {
+    file.edit(line.get(), FILE_STRINGS_REMOVE);
+    if (file.edit(line.get(), FILE_STRINGS_ADD) != 0) {
         messlog2(0, 0, "Unable to add string to %s file.", path);
         return -1;
     }
-    return giveToMailUser(path);
+    return file.giveToMailUser();
 }
 
 int dotqmail_remove_forward(const char* path, const char* address) {
@@ -145,9 +212,10 @@ int dotqmail_remove_forward(const char* path, const char* address) {
         messlog2(0, 0, "asprintf(\"&%%s\", %s): %s", ascii.get(), std::strerror(errno));
         return -1;
     }
-    if (file_str(path, line.get(), FILE_STRINGS_REMOVE, FILE_STRINGS_AT_END) != 0) {
+    const DeliveryFile file(path);
+    if (file.edit(line.get(), FILE_STRINGS_REMOVE) != 0) {
         messlog2(0, 0, "Unable to remove string from %s file.", path);
         return -1;
     }
-    return giveToMailUser(path);
+    return file.giveToMailUser();
 }

@@ -4,9 +4,13 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <optional>
 #include <string>
 
+#include "process/descriptors.h"
+#include "process/retry.h"
 #include "storage/maildirpp_quota.h"
+#include "storage/mailname_tree.h"
 #include "storage/path_component.h"
 #include "util/accounts.h"
 #include "util/c_memory.h"
@@ -44,9 +48,17 @@ std::string mailboxHome(const char* domain, const char* mailname) {
     return home;
 }
 
-bool isDirectory(const char* path) {
+/// What the attachment store takes, 0 where there is none. Nothing when that cannot be told.
+std::optional<long> attachmentsSize() {
     struct stat status;
-    return ::stat(path, &status) == 0 && S_ISDIR(status.st_mode);
+    if (kavro::retryInterrupted([&] { return ::lstat("@attachments", &status); }) == -1) {
+        return errno == ENOENT || errno == ENOTDIR ? std::optional(0L) : std::nullopt;
+    }
+    if (!S_ISDIR(status.st_mode)) {
+        return 0L;
+    }
+    const long size = get_dir_size("@attachments", 0);
+    return size < 0 ? std::nullopt : std::optional(size);
 }
 
 }  // namespace
@@ -57,9 +69,10 @@ int store_maildirpp_quota_raw(const char* maildir, long quota) {
     if (quota >= 0) {
         limit = quota == 0 ? 1 : static_cast<std::uint64_t>(quota);
     }
-    const uid_t uid = kavro_ugid(MAIL_USER, 0);
-    const gid_t gid = kavro_ugid(MAIL_USER, 1);
-    return write_maildirpp_maildirsize(maildir, uid, gid, limit, 0);
+    uid_t uid = 0;
+    gid_t gid = 0;
+    return kavro_getpw(MAIL_USER, &uid, &gid, nullptr) == 0 ? write_maildirpp_maildirsize(maildir, uid, gid, limit, 0)
+                                                            : 0;
 }
 
 int store_mbox_quota(const char* domain, const char* mailname, long quota) {
@@ -72,19 +85,20 @@ int store_mbox_quota(const char* domain, const char* mailname, long quota) {
         messlog2(0, 0, "unable to get current working directory");
         return 0;
     }
-    if (!scope.enter(home.c_str())) {
+    const kavro::QuietFdOwner directory = kavro::mail::openMailDirectory(home);
+    if (directory.empty() || !scope.enter(directory.get())) {
         messlog2(0, 0, "unable to change to mbox folder %s: %s", home.c_str(), std::strerror(errno));
         return 0;
     }
-    if (quota >= 0 && isDirectory("@attachments")) {
-        const long attachments = get_dir_size("@attachments", 0);
-        if (attachments < 0) {
+    if (quota >= 0) {
+        const std::optional<long> attachments = attachmentsSize();
+        if (!attachments) {
             messlog2(0, 0, "unable to count attachments folder size");
             // Kept: this failure alone leaves the process in the mailname home.
             scope.release();
             return 0;
         }
-        quota -= attachments;
+        quota -= *attachments;
         if (quota < 0) {
             errno = 0;
             messlog2(0, 0, "WARNING: @attachments directory is big enough to disable delivery!");

@@ -61,5 +61,6 @@ std::uint64_t get_mbox_size(const char* mailname, const char* domain, int inBloc
         messlog2(0, 0, "Unable to calculate Maildir++ size: %s", std::strerror(errno));
         return attachments;
     }
-    return attachments + size;
+    constexpr std::uint64_t LARGEST = INT64_MAX;
+    return std::min(attachments + size, LARGEST);
 }

@@ -37,19 +37,28 @@ fs::path mailRoot() {
 
 /// Renames unless something has the new name already, be it an empty directory that rename(2) would replace.
 void renameNoReplace(const fs::path& from, const fs::path& to) {
-    int result = ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE);
+    int result =
+        retryInterrupted([&] { return ::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE); });
     // Not every file system knows the flag.
     if (result == -1 && (errno == EINVAL || errno == ENOSYS)) {
         struct stat status;
-        if (::lstat(to.c_str(), &status) == 0) {
+        if (retryInterrupted([&] { return ::lstat(to.c_str(), &status); }) == 0) {
             errno = EEXIST;
         } else if (errno == ENOENT) {
-            result = ::rename(from.c_str(), to.c_str());
+            result = retryInterrupted([&] { return ::rename(from.c_str(), to.c_str()); });
         }
     }
     if (result == -1) {
         throwRenameError(from, to, errno);
     }
+}
+
+/// Where a link in place of a directory leads, when it leads to one; else empty.
+fs::path directoryBehindLink(const fs::path& path) {
+    boost::system::error_code error;
+    const bool isLink = fs::is_symlink(fs::symlink_status(path, error));
+    return isLink && fs::is_directory(path, error) ? fs::absolute(fs::read_symlink(path, error), path.parent_path())
+                                                   : fs::path();
 }
 
 /// Reports a failed removal (-1 with errno) in the form that Boost's remove_all throws.
@@ -66,8 +75,7 @@ MaildirManager& MaildirManager::getInstance() {
 }
 
 void MaildirManager::init() {
-    errno = 0;
-    const passwd* user = ::getpwnam(MAIL_USER);
+    const passwd* user = find_user(MAIL_USER);
     if (user == nullptr) {
         // Kept: no blank before "not"; callers match this text.
         throw SystemError(std::string("user ") + MAIL_USER + "not found", errno);
@@ -121,8 +129,10 @@ void MaildirManager::renameMailnameHome(const std::string& domain, const std::st
     if (from == to) {
         throwRenameError(from, to, EEXIST);
     }
-    const FdOwner root = openDomainRoot(from.parent_path());
-    if (root.empty() || ::renameat(root.get(), from.filename().c_str(), root.get(), to.filename().c_str()) == -1) {
+    const QuietFdOwner root = openDomainRoot(from.parent_path());
+    if (root.empty() || retryInterrupted([&] {
+                            return ::renameat(root.get(), from.filename().c_str(), root.get(), to.filename().c_str());
+                        }) == -1) {
         throwRenameError(from, to, errno);
     }
 }
@@ -144,8 +154,9 @@ void MaildirManager::backupMailnameHome(const std::string& domain, const std::st
     }
 }
 
-void MaildirManager::removeDomainRoot(const std::string& domain) {
+fs::path MaildirManager::removeDomainRoot(const std::string& domain) {
     const fs::path root = getDomainRoot(domain);
+    fs::path left = directoryBehindLink(root);
     fs::path doomed;
     try {
         if (!backupRename(root, doomed)) {
@@ -157,16 +168,19 @@ void MaildirManager::removeDomainRoot(const std::string& domain) {
     }
     // Links are not followed, at whatever depth.
     checkRemoval(rm_tree(doomed.c_str()), doomed);
+    return left;
 }
 
-void MaildirManager::removeMailnameHome(const std::string& domain, const std::string& mailname) {
+fs::path MaildirManager::removeMailnameHome(const std::string& domain, const std::string& mailname) {
     const fs::path home = getMailnameHome(domain, mailname);
-    const FdOwner root = openDomainRoot(home.parent_path());
+    const QuietFdOwner root = openDomainRoot(home.parent_path());
     if (root.empty()) {
         checkRemoval(errno == ENOENT || errno == ENOTDIR ? 0 : -1, home);
-        return;
+        return {};
     }
+    fs::path left = directoryBehindLink(home);
     checkRemoval(rm_tree_at(root.get(), home.filename().c_str()), home);
+    return left;
 }
 
 bool backupRename(const fs::path& source, fs::path& backup) {
@@ -180,7 +194,9 @@ bool backupRename(const fs::path& source, fs::path& backup) {
     }
     // No two live directories of one file system share an inode number.
     backup = source.string() + ".KavroSaved." + std::to_string(status.st_ino);
-    fs::rename(source, backup);
+    if (retryInterrupted([&] { return ::rename(source.c_str(), backup.c_str()); }) == -1) {
+        throwRenameError(source, backup, errno);
+    }
     return true;
 }
 

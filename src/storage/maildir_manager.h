@@ -34,8 +34,11 @@ public:
     void renameMailnameHome(const std::string& domain, const std::string& oldMailname, const std::string& newMailname);
     void backupDomainRoot(const std::string& domain);
     void backupMailnameHome(const std::string& domain, const std::string& mailname);
-    void removeDomainRoot(const std::string& domain);
-    void removeMailnameHome(const std::string& domain, const std::string& mailname);
+    /// Remove the tree; one that is not there is no error. Boost's filesystem_error names the tree that is left, which
+    /// for a domain may have the name of a backup already. A link goes alone: where it led is returned, else an empty
+    /// path.
+    boost::filesystem::path removeDomainRoot(const std::string& domain);
+    boost::filesystem::path removeMailnameHome(const std::string& domain, const std::string& mailname);
 
 protected:
     MaildirManager() = default;

@@ -1,7 +1,6 @@
 // Counting the messages of a mailbox, and the modification times that tell whether messages moved meanwhile.
 #include "storage/maildir_usage.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -12,11 +11,13 @@
 #include <optional>
 #include <string>
 
+#include "process/descriptors.h"
 #include "process/retry.h"
 #include "storage/directory_listing.h"
 #include "storage/maildirpp_quota.h"
 #include "util/log.h"
 
+using kavro::retryInterrupted;
 using kavro::mail::DirectoryListing;
 
 namespace kavro::mail {
@@ -59,14 +60,21 @@ std::optional<std::uint64_t> sizeFromName(std::string_view name) {
     return std::nullopt;
 }
 
-/// Adds the entries of one message directory. False with errno; a directory that is not there holds nothing.
-bool countMessages(const std::string& directory, MailboxUsage& usage) {
-    DirectoryListing listing(directory.c_str());
+/// Sizes that names or sparse files claim may add up to more than the quota file can hold: the sum stops there.
+void addSize(std::uint64_t& total, std::uint64_t size) {
+    constexpr std::uint64_t LARGEST = INT64_MAX;
+    total = size > LARGEST - total ? LARGEST : total + size;
+}
+
+/// Adds the entries of one message directory, named relative to the folder that is open. False with errno; what is no
+/// directory or not there, a link too, holds nothing.
+bool countMessages(int folder, const char* name, std::size_t pathLength, MailboxUsage& usage) {
+    DirectoryListing listing(folder, name);
     if (!listing.isOpen()) {
         return hasVanished(errno);
     }
     struct stat status;
-    if (::fstat(listing.fd(), &status) == -1) {
+    if (retryInterrupted([&] { return ::fstat(listing.fd(), &status); }) == -1) {
         return false;
     }
     usage.newestMtime = std::max(usage.newestMtime, static_cast<long>(status.st_mtime));
@@ -74,13 +82,14 @@ bool countMessages(const std::string& directory, MailboxUsage& usage) {
     DirectoryListing::Entry entry;
     DirectoryListing::Step step;
     while ((step = listing.next(entry)) == DirectoryListing::Step::Entry) {
-        if (directory.size() + 1 + entry.name.size() >= PATH_MAX) {
+        if (pathLength + 1 + entry.name.size() >= PATH_MAX) {
             errno = ENAMETOOLONG;
             return false;
         }
         std::optional<std::uint64_t> size = sizeFromName(entry.name);
         if (!size) {
-            if (::fstatat(listing.fd(), entry.name.data(), &status, AT_SYMLINK_NOFOLLOW) == -1) {
+            if (retryInterrupted(
+                    [&] { return ::fstatat(listing.fd(), entry.name.data(), &status, AT_SYMLINK_NOFOLLOW); }) == -1) {
                 if (hasVanished(errno)) {
                     continue;
                 }
@@ -88,35 +97,33 @@ bool countMessages(const std::string& directory, MailboxUsage& usage) {
             }
             size = static_cast<std::uint64_t>(status.st_size);
         }
-        usage.size += *size;
+        addSize(usage.size, *size);
         ++usage.count;
     }
     return step == DirectoryListing::Step::End;
 }
 
-bool isDirectory(const DirectoryListing& parent, const DirectoryListing::Entry& entry) {
-    struct stat status;
-    return entry.type == DT_DIR ||
-           (entry.type == DT_UNKNOWN && ::fstatat(parent.fd(), entry.name.data(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-            S_ISDIR(status.st_mode));
+/// Adds what is new and what was seen in a folder that is open.
+bool countFolder(int folder, std::size_t pathLength, MailboxUsage& usage) {
+    constexpr std::size_t NAME_LENGTH = 4;  // "/new"
+    return countMessages(folder, "new", pathLength + NAME_LENGTH, usage) &&
+           countMessages(folder, "cur", pathLength + NAME_LENGTH, usage);
 }
 
 bool countMailbox(MailboxUsage& usage) {
-    if (!countMessages("new", usage) || !countMessages("cur", usage)) {
-        return false;
-    }
-    DirectoryListing listing(".");
-    if (!listing.isOpen()) {
+    DirectoryListing listing(AT_FDCWD, ".");
+    if (!listing.isOpen() || !countFolder(listing.fd(), 0, usage)) {
         return false;
     }
     DirectoryListing::Entry entry;
     DirectoryListing::Step step;
     while ((step = listing.next(entry)) == DirectoryListing::Step::Entry) {
-        if (!kavro::mail::isCountedSubfolder(entry.name) || !isDirectory(listing, entry)) {
+        if (!kavro::mail::isCountedSubfolder(entry.name)) {
             continue;
         }
-        const std::string folder(entry.name);
-        if (!countMessages(folder + "/new", usage) || !countMessages(folder + "/cur", usage)) {
+        const kavro::QuietFdOwner folder(retryInterrupted(
+            [&] { return ::openat(listing.fd(), entry.name.data(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
+        if (folder.empty() ? !hasVanished(errno) : !countFolder(folder.get(), entry.name.size(), usage)) {
             return false;
         }
     }
@@ -159,7 +166,7 @@ int get_maildirpp_folder_mtime(const char* folder, long* newest) {
         if (path.size() >= PATH_MAX) {
             return failWith(ENAMETOOLONG, directory.nameTooLong);
         }
-        if (kavro::retryInterrupted([&] { return ::stat(path.c_str(), &status); }) == -1) {
+        if (retryInterrupted([&] { return ::stat(path.c_str(), &status); }) == -1) {
             return failWith(EIO, directory.statFailed);
         }
         *newest = std::max(*newest, static_cast<long>(status.st_mtime));

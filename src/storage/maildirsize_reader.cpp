@@ -15,6 +15,7 @@
 
 #include "process/retry.h"
 #include "storage/maildirpp_quota.h"
+#include "storage/mailname_tree.h"
 #include "util/c_file.h"
 #include "util/log.h"
 #include "util/working_directory.h"
@@ -107,9 +108,11 @@ std::optional<Usage> sumRecords(std::string_view records) {
     return sum;
 }
 
-/// The file's text. Nothing when it cannot be read, is too long, or is no file: a pipe in its place must not hold us.
+/// The file's text. Nothing when it cannot be read, is too long, or is no file: a pipe
+/// in its place must not hold us, nor a link lead us away.
 std::optional<std::string> readMaildirsize() {
-    const int fd = kavro::retryInterrupted([] { return ::open("maildirsize", O_RDONLY | O_NONBLOCK | O_CLOEXEC); });
+    const int fd = kavro::retryInterrupted(
+        [] { return ::open("maildirsize", O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); });
     if (fd == -1) {
         return std::nullopt;
     }
@@ -163,8 +166,9 @@ int get_maildirpp_usage_and_limits(const char* maildir, int strict, std::uint64_
                                    long* sizeLimit, long* countLimit) {
     *size = *count = 0;
     *sizeLimit = *countLimit = LONG_MAX;
+    const kavro::QuietFdOwner directory = kavro::mail::openMailDirectory(maildir);
     kavro::WorkingDirectoryScope scope;
-    if (!scope.enter(maildir)) {
+    if (directory.empty() || !scope.enter(directory.get())) {
         return 0;
     }
     if (const auto usage = readUsage(*sizeLimit, *countLimit)) {

@@ -13,14 +13,17 @@
 #include <string>
 #include <utility>
 
+#include "process/descriptors.h"
 #include "process/retry.h"
 #include "storage/directory_listing.h"
 #include "storage/maildir_usage.h"
 #include "storage/maildirpp_quota.h"
+#include "storage/mailname_tree.h"
 #include "util/errno_keeper.h"
 #include "util/log.h"
 #include "util/working_directory.h"
 
+using kavro::QuietFdOwner;
 using kavro::retryInterrupted;
 using kavro::mail::DirectoryListing;
 
@@ -34,7 +37,8 @@ constexpr unsigned ATTEMPT_PAUSE_SECONDS = 2;
 /// Older than this, a delivery agent counts the mailbox itself instead of trusting the file.
 constexpr long RECALCULATION_AGE_SECONDS = 960;
 
-/// A file below "tmp" that is removed again unless it took its final name. errno is kept by the clean-up.
+/// A file in "tmp", no link in its place, that is removed again unless it took its final name. errno is kept by the
+/// clean-up.
 class TemporaryFile {
 public:
     TemporaryFile() = default;
@@ -42,29 +46,31 @@ public:
     TemporaryFile& operator=(const TemporaryFile&) = delete;
     ~TemporaryFile() { discard(); }
 
-    int fd() const noexcept { return fd_; }
+    int fd() const noexcept { return fd_.get(); }
 
     /// Makes an empty file of that name which is known to be our own. False with errno; the name is then free.
-    bool create(std::string name) {
+    bool create(const char* directory, std::string name) {
+        directory_ = QuietFdOwner(
+            retryInterrupted([=] { return ::open(directory, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
+        if (directory_.empty()) {
+            return false;
+        }
         name_ = std::move(name);
-        struct stat named;
-        if (retryInterrupted([&] { return ::stat(name_.c_str(), &named); }) == 0) {
-            errno = EEXIST;
-        } else if (errno == ENOENT) {
-            fd_ = retryInterrupted(
-                [&] { return ::open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0644); });
-            if (fd_ != -1 && isNamedFile() && ::ftruncate(fd_, 0) == 0) {
-                return true;
-            }
+        fd_ = QuietFdOwner(retryInterrupted([this] {
+            return ::openat(directory_.get(), name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                            0644);
+        }));
+        if (!fd_.empty() && isNamedFile() && retryInterrupted([this] { return ::ftruncate(fd_.get(), 0); }) == 0) {
+            return true;
         }
         discard();
         return false;
     }
 
-    bool close() noexcept { return ::close(std::exchange(fd_, -1)) == 0; }
+    bool close() noexcept { return fd_.close_nothrow() == 0; }
 
     bool rename(const char* target) noexcept {
-        if (::rename(name_.c_str(), target) == -1) {
+        if (retryInterrupted([&] { return ::renameat(directory_.get(), name_.c_str(), AT_FDCWD, target); }) == -1) {
             return false;
         }
         name_.clear();
@@ -76,22 +82,23 @@ private:
     bool isNamedFile() const {
         struct stat opened;
         struct stat named;
-        return ::fstat(fd_, &opened) == 0 && ::lstat(name_.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
-               opened.st_ino == named.st_ino;
+        return retryInterrupted([&] { return ::fstat(fd_.get(), &opened); }) == 0 &&
+               retryInterrupted(
+                   [&] { return ::fstatat(directory_.get(), name_.c_str(), &named, AT_SYMLINK_NOFOLLOW); }) == 0 &&
+               opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
     }
 
     void discard() noexcept {
         const kavro::ErrnoKeeper keeper;
-        if (fd_ != -1) {
-            close();
-        }
+        fd_.close_nothrow();
         if (!name_.empty()) {
-            ::unlink(name_.c_str());
+            retryInterrupted([this] { return ::unlinkat(directory_.get(), name_.c_str(), 0); });
             name_.clear();
         }
     }
 
-    int fd_ = -1;
+    QuietFdOwner directory_;
+    QuietFdOwner fd_;
     std::string name_;
 };
 
@@ -104,14 +111,14 @@ bool createTemporary(TemporaryFile& file) {
     for (int attempt = 0; attempt < CREATION_ATTEMPTS; ++attempt) {
         char name[PATH_MAX];
         const int length =
-            std::snprintf(name, sizeof name, "tmp/%lu.%u.%s-maildirsize",
-                          static_cast<unsigned long>(std::time(nullptr)), static_cast<unsigned>(::getpid()), host);
+            std::snprintf(name, sizeof name, "%lu.%u.%s-maildirsize", static_cast<unsigned long>(std::time(nullptr)),
+                          static_cast<unsigned>(::getpid()), host);
         if (length < 0 || static_cast<std::size_t>(length) >= sizeof name) {
             errno = ENAMETOOLONG;
             messlog2(0, 0, "host name is too long to be used in filename");
             return false;
         }
-        if (file.create(name)) {
+        if (file.create("tmp", name)) {
             return true;
         }
         // The name holds the time: a later attempt has another one. Kept: also after the last attempt.
@@ -148,7 +155,8 @@ bool commit(TemporaryFile& file) {
 bool isDirectory(const DirectoryListing& parent, const DirectoryListing::Entry& entry) {
     struct stat status;
     return entry.type == DT_DIR ||
-           (::fstatat(parent.fd(), entry.name.data(), &status, 0) == 0 && S_ISDIR(status.st_mode));
+           (retryInterrupted([&] { return ::fstatat(parent.fd(), entry.name.data(), &status, 0); }) == 0 &&
+            S_ISDIR(status.st_mode));
 }
 
 void reportBadEntry(const std::string& name) {
@@ -163,7 +171,7 @@ bool newestChange(long& newest) {
     if (get_maildirpp_folder_mtime(".", &newest) == 0) {
         return false;
     }
-    DirectoryListing listing(".");
+    DirectoryListing listing(AT_FDCWD, ".");
     DirectoryListing::Entry entry;
     DirectoryListing::Step step = DirectoryListing::Step::Failed;
     while (listing.isOpen() && (step = listing.next(entry)) == DirectoryListing::Step::Entry) {
@@ -187,7 +195,7 @@ bool newestChange(long& newest) {
 /// Makes the file look so old that the next delivery counts anew.
 void markStale(long newestCounted) {
     const timespec times[2] = {{0, UTIME_NOW}, {newestCounted - RECALCULATION_AGE_SECONDS, 0}};
-    ::utimensat(AT_FDCWD, MAILDIRSIZE, times, AT_SYMLINK_NOFOLLOW);
+    retryInterrupted([&] { return ::utimensat(AT_FDCWD, MAILDIRSIZE, times, AT_SYMLINK_NOFOLLOW); });
 }
 
 /// The whole work, with the Maildir as working directory.
@@ -226,6 +234,7 @@ bool writeHere(uid_t uid, gid_t gid, std::uint64_t sizeLimit, std::uint64_t coun
 
 int write_maildirpp_maildirsize(const char* maildir, uid_t uid, gid_t gid, std::uint64_t sizeLimit,
                                 std::uint64_t countLimit) {
+    const QuietFdOwner directory = kavro::mail::openMailDirectory(maildir);
     kavro::WorkingDirectoryScope scope;
-    return scope.enter(maildir) && writeHere(uid, gid, sizeLimit, countLimit) ? 1 : 0;
+    return !directory.empty() && scope.enter(directory.get()) && writeHere(uid, gid, sizeLimit, countLimit) ? 1 : 0;
 }

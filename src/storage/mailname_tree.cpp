@@ -1,4 +1,4 @@
-// Creation of domain roots and of the directories of a mailname home.
+// Creation of domain roots and of the directories of a mailname home, and the one way into the mail storage.
 #include "storage/mailname_tree.h"
 
 #include <fcntl.h>
@@ -8,10 +8,13 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <cstring>
+#include <string_view>
 
 #include "process/descriptors.h"
 #include "process/retry.h"
 #include "storage/fs_error.h"
+#include "util/config.h"
 
 namespace kavro::mail {
 namespace fs = boost::filesystem;
@@ -20,6 +23,11 @@ namespace {
 constexpr mode_t DOMAIN_ROOT_MODE = 0750;
 constexpr mode_t PRIVATE_DIRECTORY = 0700;
 constexpr int OPEN_DIRECTORY = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+
+/// Opens a directory in another one, never through a link in its place. Empty with errno.
+QuietFdOwner openBelow(int parent, const char* name) {
+    return QuietFdOwner(retryInterrupted([=] { return ::openat(parent, name, OPEN_DIRECTORY | O_NOFOLLOW); }));
+}
 
 /// Sets owner and mode of a directory that was just opened (empty: that failed with errno).
 void giveToOwner(const FdOwner& directory, const fs::path& path, const TreeOwner& owner, mode_t mode) {
@@ -31,25 +39,63 @@ void giveToOwner(const FdOwner& directory, const fs::path& path, const TreeOwner
     }
 }
 
+/// A directory that goes again, when it was made here, unless it is kept: nobody else could use one that has neither
+/// its owner nor its mode.
+class NewDirectory {
+public:
+    NewDirectory(int parent, std::string name, bool made) : parent_(parent), name_(std::move(name)), made_(made) {}
+    NewDirectory(const NewDirectory&) = delete;
+    NewDirectory& operator=(const NewDirectory&) = delete;
+    ~NewDirectory() {
+        if (made_) {
+            retryInterrupted([this] { return ::unlinkat(parent_, name_.c_str(), AT_REMOVEDIR); });
+        }
+    }
+    void keep() noexcept { made_ = false; }
+
+private:
+    int parent_;
+    std::string name_;
+    bool made_;
+};
+
+/// Boost's create_directories, repeated while a signal interrupts it: true when the last directory was made.
+bool createDirectories(const fs::path& path) {
+    for (;;) {
+        try {
+            return fs::create_directories(path);
+        } catch (const fs::filesystem_error& error) {
+            if (error.code().value() != EINTR) {
+                throw;
+            }
+        }
+    }
+}
+
 /// One directory of the tree, and the path that its errors name.
 class Directory {
 public:
-    Directory(fs::path&& path, const TreeOwner& owner, FdOwner&& fd)
+    Directory(fs::path&& path, const TreeOwner& owner, QuietFdOwner&& fd)
         : path_(std::move(path)), owner_(owner), fd_(std::move(fd)) {}
 
     /// Makes a directory in this one, or takes the one that is there.
     Directory make(const char* name) const {
         fs::path path = path_ / name;
-        if (::mkdirat(fd_.get(), name, S_IRWXU | S_IRWXG | S_IRWXO) == -1) {
+        const bool made =
+            retryInterrupted([&] { return ::mkdirat(fd_.get(), name, S_IRWXU | S_IRWXG | S_IRWXO); }) == 0;
+        if (!made) {
             const int error = errno;
             struct stat status;
-            if (::fstatat(fd_.get(), name, &status, 0) == -1 || !S_ISDIR(status.st_mode)) {
+            if (retryInterrupted([&] { return ::fstatat(fd_.get(), name, &status, 0); }) == -1 ||
+                !S_ISDIR(status.st_mode)) {
                 throw fs::filesystem_error("boost::filesystem::create_directory", path,
                                            {error, boost::system::system_category()});
             }
         }
-        FdOwner fd(retryInterrupted([&] { return ::openat(fd_.get(), name, OPEN_DIRECTORY | O_NOFOLLOW); }));
+        NewDirectory directory(fd_.get(), name, made);
+        QuietFdOwner fd = openBelow(fd_.get(), name);
         giveToOwner(fd, path, owner_, PRIVATE_DIRECTORY);
+        directory.keep();
         return {std::move(path), owner_, std::move(fd)};
     }
 
@@ -63,53 +109,92 @@ public:
 private:
     fs::path path_;
     TreeOwner owner_;
-    FdOwner fd_;
+    QuietFdOwner fd_;
 };
 
 /// Opens the directory that a link points to when root made the link. The link is held while it is judged and read: the
 /// mail user owns the mail root and could put another one in its place. Empty with errno on failure.
-FdOwner openBehindLink(const fs::path& link) {
-    const FdOwner held(retryInterrupted([&] { return ::open(link.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC); }));
+QuietFdOwner openBehindLink(int parent, const char* link) {
+    const QuietFdOwner held(retryInterrupted([=] { return ::openat(parent, link, O_PATH | O_NOFOLLOW | O_CLOEXEC); }));
     struct stat status;
     if (held.empty() || ::fstat(held.get(), &status) == -1) {
-        return FdOwner();
+        return QuietFdOwner();
     }
     const bool isLink = S_ISLNK(status.st_mode);
     if (!isLink || status.st_uid != 0) {
         errno = isLink ? ELOOP : ENOTDIR;
-        return FdOwner();
+        return QuietFdOwner();
     }
     std::array<char, PATH_MAX> target;
-    const ssize_t length = ::readlinkat(held.get(), "", target.data(), target.size());
+    const ssize_t length =
+        retryInterrupted([&] { return ::readlinkat(held.get(), "", target.data(), target.size() - 1); });
     if (length == -1) {
-        return FdOwner();
+        return QuietFdOwner();
     }
-    const fs::path path =
-        fs::absolute(std::string(target.data(), static_cast<std::size_t>(length)), link.parent_path());
-    return FdOwner(retryInterrupted([&] { return ::open(path.c_str(), OPEN_DIRECTORY); }));
+    target[static_cast<std::size_t>(length)] = '\0';
+    return QuietFdOwner(retryInterrupted([&] { return ::openat(parent, target.data(), OPEN_DIRECTORY); }));
+}
+
+QuietFdOwner openDomainRootAt(int parent, const char* name) {
+    QuietFdOwner directory = openBelow(parent, name);
+    return directory.empty() && (errno == ELOOP || errno == ENOTDIR) ? openBehindLink(parent, name)
+                                                                     : std::move(directory);
+}
+
+/// The length of the mail root's name at the beginning of a path below it; 0 for any other path.
+std::size_t mailRootLength(const std::string& path) {
+    std::string_view root = zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D);
+    while (root.ends_with('/')) {
+        root.remove_suffix(1);
+    }
+    const bool below = path.size() > root.size() && path[root.size()] == '/' &&
+                       ::strncasecmp(path.c_str(), root.data(), root.size()) == 0;
+    return below ? root.size() : 0;
 }
 
 }  // namespace
 
-FdOwner openDomainRoot(const fs::path& root) {
-    FdOwner directory(retryInterrupted([&] { return ::open(root.c_str(), OPEN_DIRECTORY | O_NOFOLLOW); }));
-    return directory.empty() && (errno == ELOOP || errno == ENOTDIR) ? openBehindLink(root) : std::move(directory);
+QuietFdOwner openDomainRoot(const fs::path& root) {
+    const QuietFdOwner parent(retryInterrupted([&] { return ::open(root.parent_path().c_str(), OPEN_DIRECTORY); }));
+    return parent.empty() ? QuietFdOwner() : openDomainRootAt(parent.get(), root.filename().c_str());
+}
+
+QuietFdOwner openMailDirectory(const std::string& path) {
+    const std::size_t rootLength = mailRootLength(path);
+    const bool foreign = path.starts_with('/') && rootLength == 0;
+    const std::string start = foreign ? path : rootLength > 0 ? path.substr(0, rootLength) : ".";
+    QuietFdOwner directory(retryInterrupted([&] { return ::open(start.c_str(), OPEN_DIRECTORY); }));
+    if (foreign) {
+        return directory;
+    }
+    bool isDomain = rootLength > 0;
+    for (const fs::path& part : fs::path(path.substr(rootLength)).relative_path()) {
+        if (directory.empty() || part.empty() || part == ".") {
+            continue;
+        }
+        directory =
+            isDomain ? openDomainRootAt(directory.get(), part.c_str()) : openBelow(directory.get(), part.c_str());
+        isDomain = false;
+    }
+    return directory;
 }
 
 void createDomainDirectory(const fs::path& root, const TreeOwner& owner) {
-    fs::create_directories(root);
+    NewDirectory made(AT_FDCWD, root.string(), createDirectories(root));
     giveToOwner(openDomainRoot(root), root, owner, DOMAIN_ROOT_MODE);
+    made.keep();
 }
 
 void createMailnameTree(const fs::path& home, const TreeOwner& owner) {
     fs::path domainRoot = home.parent_path();
-    fs::create_directories(domainRoot);
-    FdOwner fd = openDomainRoot(domainRoot);
+    NewDirectory madeDomain(AT_FDCWD, domainRoot.string(), createDirectories(domainRoot));
+    QuietFdOwner fd = openDomainRoot(domainRoot);
     if (fd.empty()) {
         throw FSError("chown", domainRoot, errno);
     }
     const Directory domain(std::move(domainRoot), owner, std::move(fd));
     const Directory root = domain.make(home.filename().c_str());
+    madeDomain.keep();
     const Directory maildir = root.make("Maildir");
     maildir.makeMessageDirectories();
     maildir.make(".Spam").makeMessageDirectories();

@@ -17,8 +17,44 @@
 
 namespace {
 
-/// Null, with errno 0 when there is no such user. The record is the C library's own and lives until the next look-up.
-const passwd* findUser(const char* name) {
+/// Opens a file to change its owner and mode, and never what a link in its place points at: the program works in trees
+/// that the mail user can write. -1 with errno, ELOOP for a symbolic link.
+int openWithoutFollowing(int directory, const char* name) {
+    return kavro::retryInterrupted(
+        [=] { return ::openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); });
+}
+
+/// `name` is looked up in the directory, `path` is what messages name.
+int setPerms(int directory, const char* name, const char* path, uid_t uid, gid_t gid, mode_t mode) {
+    errno = 0;
+    const kavro::QuietFdOwner file(openWithoutFollowing(directory, name));
+    if (file.empty() && (errno == ENOENT || errno == ENOTDIR)) {
+        errno = 0;
+        return 0;
+    }
+    if (file.empty() || kavro::retryInterrupted([&] { return ::fchown(file.get(), uid, gid); }) == -1) {
+        messlog2(0, 0, "ERROR: unable to chown %s: %s\n", path, std::strerror(errno));
+        return -1;
+    }
+    if (kavro::retryInterrupted([&] { return ::fchmod(file.get(), mode); }) == -1) {
+        messlog2(0, 0, "ERROR: unable to chmod %s: %s\n", path, std::strerror(errno));
+        return -1;
+    }
+    return 0;
+}
+
+int setUserMode(int directory, const char* name, const char* path, const char* user, mode_t mode) {
+    const passwd* found = find_user(user);
+    if (found == nullptr) {
+        messlog2(0, 0, "user %s not found", user);
+        return -1;
+    }
+    return setPerms(directory, name, path, found->pw_uid, found->pw_gid, mode);
+}
+
+}  // namespace
+
+const passwd* find_user(const char* name) {
     const passwd* user = nullptr;
     do {
         errno = 0;
@@ -27,17 +63,8 @@ const passwd* findUser(const char* name) {
     return user;
 }
 
-/// Opens a file to change its owner and mode, and never what a link in its place points at: the program works in trees
-/// that the mail user can write. -1 with errno, ELOOP for a symbolic link.
-int openWithoutFollowing(const char* path) {
-    return kavro::retryInterrupted(
-        [path] { return ::open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); });
-}
-
-}  // namespace
-
 int kavro_getpw(const char* name, uid_t* uid, gid_t* gid, char** home) {
-    const passwd* user = findUser(name);
+    const passwd* user = find_user(name);
     if (user == nullptr) {
         messlog2(0, 0, "Unable to getpwnam for user %s", name);
         return -1;
@@ -80,28 +107,14 @@ int kavro_getgr(const char* name, gid_t* gid) {
 }
 
 int file_set_user_mode(const char* path, const char* user, mode_t mode) {
-    const passwd* found = findUser(user);
-    if (found == nullptr) {
-        messlog2(0, 0, "user %s not found", user);
-        return -1;
-    }
-    return file_set_perms(path, found->pw_uid, found->pw_gid, mode);
+    return setUserMode(AT_FDCWD, path, path, user, mode);
+}
+
+int file_set_user_mode_at(int directory, const char* path, const char* user, mode_t mode) {
+    const char* slash = std::strrchr(path, '/');
+    return setUserMode(directory, slash == nullptr ? path : slash + 1, path, user, mode);
 }
 
 int file_set_perms(const char* path, uid_t uid, gid_t gid, mode_t mode) {
-    errno = 0;
-    kavro::QuietFdOwner file(openWithoutFollowing(path));
-    if (file.empty() && (errno == ENOENT || errno == ENOTDIR)) {
-        errno = 0;
-        return 0;
-    }
-    if (file.empty() || ::fchown(file.get(), uid, gid) == -1) {
-        messlog2(0, 0, "ERROR: unable to chown %s: %s\n", path, std::strerror(errno));
-        return -1;
-    }
-    if (::fchmod(file.get(), mode) == -1) {
-        messlog2(0, 0, "ERROR: unable to chmod %s: %s\n", path, std::strerror(errno));
-        return -1;
-    }
-    return 0;
+    return setPerms(AT_FDCWD, path, path, uid, gid, mode);
 }

@@ -5,9 +5,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 
+#include "process/retry.h"
 #include "util/errno_keeper.h"
 
 namespace kavro {
@@ -26,13 +29,27 @@ using CDirectory = std::unique_ptr<DIR, DirectoryCloser>;
 
 /// Opens a directory named relative to another, never through a link in its place. Null with errno.
 inline CDirectory openDirectoryAt(int parent, const char* name) noexcept {
-    const int fd = ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const int fd =
+        retryInterrupted([=] { return ::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); });
     CDirectory directory(fd == -1 ? nullptr : ::fdopendir(fd));
     if (directory == nullptr && fd != -1) {
         const ErrnoKeeper keeper;
         ::close(fd);
     }
     return directory;
+}
+
+/// The next entry but for "." and "..", read again while a signal interrupts it. Null at the end with errno 0, on
+/// failure with another.
+inline const dirent* nextEntry(DIR* directory) noexcept {
+    for (;;) {
+        errno = 0;
+        const dirent* entry = ::readdir(directory);
+        if (entry == nullptr ? errno != EINTR
+                             : std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
+            return entry;
+        }
+    }
 }
 
 }  // namespace kavro

@@ -4,8 +4,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cstring>
+#include <climits>
 
+#include "process/retry.h"
 #include "util/c_file.h"
 #include "util/working_directory.h"
 
@@ -17,6 +18,13 @@ long entrySize(const struct stat& entry, int inBlocks) {
     return inBlocks != 0 ? entry.st_blocks : entry.st_size;
 }
 
+/// A sum that stops at the largest number: sparse files can claim more.
+void addSize(long& total, long size) {
+    if (__builtin_add_overflow(total, size, &total)) {
+        total = LONG_MAX;
+    }
+}
+
 /// Sum over what is in a directory named relative to another; 0 when it cannot be read. Going down by descriptors, the
 /// walk needs no way back.
 long countDirectory(int parent, const char* name, int inBlocks) {
@@ -26,15 +34,14 @@ long countDirectory(int parent, const char* name, int inBlocks) {
     }
     const int fd = ::dirfd(directory.get());
     long total = 0;
-    while (const dirent* entry = ::readdir(directory.get())) {
+    while (const dirent* entry = kavro::nextEntry(directory.get())) {
         struct stat status {};
-        if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0 ||
-            ::fstatat(fd, entry->d_name, &status, AT_SYMLINK_NOFOLLOW) == -1) {
+        if (kavro::retryInterrupted([&] { return ::fstatat(fd, entry->d_name, &status, AT_SYMLINK_NOFOLLOW); }) == -1) {
             continue;
         }
-        total += entrySize(status, inBlocks);
+        addSize(total, entrySize(status, inBlocks));
         if (S_ISDIR(status.st_mode)) {
-            total += countDirectory(fd, entry->d_name, inBlocks);
+            addSize(total, countDirectory(fd, entry->d_name, inBlocks));
         }
     }
     return total;
@@ -48,7 +55,7 @@ long count_cur_dir(int inBlocks) {
 
 long get_dir_size(const char* path, int inBlocks) {
     struct stat status {};
-    if (::lstat(path, &status) == -1) {
+    if (kavro::retryInterrupted([&] { return ::lstat(path, &status); }) == -1) {
         return -1;
     }
     long total = entrySize(status, inBlocks);
@@ -57,10 +64,13 @@ long get_dir_size(const char* path, int inBlocks) {
         if (!scope.enter(path)) {
             return -1;
         }
-        total += count_cur_dir(inBlocks);
+        addSize(total, count_cur_dir(inBlocks));
         if (!scope.restore()) {
             return -1;
         }
     }
-    return inBlocks != 0 ? total * kBlockSize : total;
+    if (inBlocks != 0 && __builtin_mul_overflow(total, kBlockSize, &total)) {
+        return LONG_MAX;
+    }
+    return total;
 }

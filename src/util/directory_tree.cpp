@@ -8,14 +8,16 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <string>
 
 #include "process/descriptors.h"
+#include "process/retry.h"
 #include "util/c_file.h"
 #include "util/errno_keeper.h"
 
 namespace {
+
+using kavro::retryInterrupted;
 
 constexpr mode_t kPrivateMode = 0700;
 /// Levels that the removal goes down by recursion, each with an open descriptor. What lies deeper is first moved up to
@@ -23,18 +25,23 @@ constexpr mode_t kPrivateMode = 0700;
 constexpr int kDepthAtOnce = 64;
 constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
+int unlinkAt(int parent, const char* name, int flags = 0) {
+    return retryInterrupted([=] { return ::unlinkat(parent, name, flags); });
+}
+
 int setOwnerAndMode(int fd, mode_t mode, uid_t uid, gid_t gid) {
     constexpr auto keep = static_cast<uid_t>(-1);
-    if ((uid != keep || gid != static_cast<gid_t>(-1)) && ::fchown(fd, uid, gid) == -1) {
+    if ((uid != keep || gid != static_cast<gid_t>(-1)) &&
+        retryInterrupted([=] { return ::fchown(fd, uid, gid); }) == -1) {
         return -1;
     }
-    return ::fchmod(fd, mode);
+    return retryInterrupted([=] { return ::fchmod(fd, mode); });
 }
 
 /// Makes one directory whose parent is there. It is private until it has its owner and mode, and goes again when it
 /// cannot have them. An existing directory, or a link to one, is left as it is.
 int makeDirectory(const char* path, mode_t mode, uid_t uid, gid_t gid) {
-    if (::mkdir(path, kPrivateMode) == -1) {
+    if (retryInterrupted([=] { return ::mkdir(path, kPrivateMode); }) == -1) {
         struct stat existing {};
         if (errno != EEXIST || ::stat(path, &existing) == -1) {
             return -1;
@@ -45,10 +52,10 @@ int makeDirectory(const char* path, mode_t mode, uid_t uid, gid_t gid) {
         errno = ENOTDIR;
         return -1;
     }
-    kavro::QuietFdOwner directory(::open(path, kOpenDirectory));
+    const kavro::QuietFdOwner directory(retryInterrupted([=] { return ::open(path, kOpenDirectory); }));
     if (directory.empty() || setOwnerAndMode(directory.get(), mode, uid, gid) == -1) {
         const kavro::ErrnoKeeper keeper;
-        ::rmdir(path);
+        unlinkAt(AT_FDCWD, path, AT_REMOVEDIR);
         return -1;
     }
     return 0;
@@ -77,23 +84,17 @@ private:
             return false;
         }
         const int fd = ::dirfd(directory.get());
-        for (;;) {
-            errno = 0;
-            const dirent* entry = ::readdir(directory.get());
-            if (entry == nullptr) {
-                return errno == 0;
-            }
-            const char* name = entry->d_name;
-            if (std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0 &&
-                !remove(fd, name, entry->d_type == DT_DIR, depth)) {
+        while (const dirent* entry = kavro::nextEntry(directory.get())) {
+            if (!remove(fd, entry->d_name, entry->d_type == DT_DIR, depth)) {
                 return false;
             }
         }
+        return errno == 0;
     }
 
     bool remove(int parent, const char* name, bool isDirectory, int depth) {
         if (!isDirectory) {
-            if (::unlinkat(parent, name, 0) == 0 || errno == ENOENT) {
+            if (unlinkAt(parent, name) == 0 || errno == ENOENT) {
                 return true;
             }
             if (errno != EISDIR) {
@@ -101,17 +102,17 @@ private:
             }
         }
         if (depth + 1 < kDepthAtOnce) {
-            return (empty(parent, name, depth + 1) && ::unlinkat(parent, name, AT_REMOVEDIR) == 0) || errno == ENOENT;
+            return (empty(parent, name, depth + 1) && unlinkAt(parent, name, AT_REMOVEDIR) == 0) || errno == ENOENT;
         }
         // An empty directory needs no way up.
-        return ::unlinkat(parent, name, AT_REMOVEDIR) == 0 || moveToTop(parent, name);
+        return unlinkAt(parent, name, AT_REMOVEDIR) == 0 || moveToTop(parent, name);
     }
 
     /// For the next round.
     bool moveToTop(int parent, const char* name) {
         for (;;) {
             const std::string newName = ".removed-" + std::to_string(++names_);
-            if (::renameat(parent, name, top_, newName.c_str()) == 0) {
+            if (retryInterrupted([&] { return ::renameat(parent, name, top_, newName.c_str()); }) == 0) {
                 ++moved_;
                 return true;
             }
@@ -150,15 +151,15 @@ int rm_tree(const char* path) {
 }
 
 int rm_tree_at(int parent, const char* name) {
-    if (::unlinkat(parent, name, 0) == 0 || errno == ENOENT) {
+    if (unlinkAt(parent, name) == 0 || errno == ENOENT) {
         return 0;
     }
     if (errno != EISDIR) {
         return -1;
     }
-    kavro::QuietFdOwner top(::openat(parent, name, kOpenDirectory));
+    const kavro::QuietFdOwner top(retryInterrupted([=] { return ::openat(parent, name, kOpenDirectory); }));
     if (top.empty() || !TreeRemover(top.get()).run()) {
         return -1;
     }
-    return ::unlinkat(parent, name, AT_REMOVEDIR);
+    return unlinkAt(parent, name, AT_REMOVEDIR);
 }

@@ -23,6 +23,8 @@
 
 namespace {
 
+using kavro::retryInterrupted;
+
 constexpr mode_t kNewFileMode = 0600;
 constexpr mode_t kPermissionBits = 07777;
 
@@ -56,17 +58,24 @@ int failed(const char* format, const char* path) {
 /// One edit: the file, its copy on the way, and what is to be done.
 class LineFileEdit {
 public:
-    LineFileEdit(const char* path, const char* const* lines, int action)
-        : path_(path), lines_(lines), removing_(action == FILE_STRINGS_REMOVE), copyPath_(path_ + ".tmp") {}
+    LineFileEdit(int directory, const char* path, const char* const* lines, int action)
+        : directory_(directory),
+          path_(path),
+          name_(directory == AT_FDCWD ? path_ : path_.substr(path_.rfind('/') + 1)),
+          lines_(lines),
+          removing_(action == FILE_STRINGS_REMOVE),
+          copyPath_(path_ + ".tmp"),
+          copyName_(name_ + ".tmp") {}
 
     /// 0, or -1, reported; then the file is as it was and no copy is left.
     int run() {
-        if (openOriginal() == -1 || openCopy() == -1) {
+        if (openOriginal() == -1) {
             return -1;
         }
-        if (writeCopy() == -1 || applyOwnerAndMode() == -1 || closeCopy() == -1 || replaceOriginal() == -1) {
+        if (openCopy() == -1 || writeCopy() == -1 || applyOwnerAndMode() == -1 || closeCopy() == -1 ||
+            replaceOriginal() == -1) {
             const kavro::ErrnoKeeper keeper;
-            ::unlink(copyPath_.c_str());
+            removeCopy();
             return -1;
         }
         return 0;
@@ -75,15 +84,16 @@ public:
 private:
     /// A missing file is no failure when lines are added.
     int openOriginal() {
-        kavro::QuietFdOwner fd(kavro::retryInterrupted(
-            [this] { return ::open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
+        kavro::QuietFdOwner fd(retryInterrupted([this] {
+            return ::openat(directory_, name_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        }));
         if (fd.empty()) {
             if (errno != ENOENT) {
                 return failed("Unable to open file %s: %s\n", path_.c_str());
             }
             return removing_ ? failed("file_str: Unable to stat file %s: %s\n", path_.c_str()) : 0;
         }
-        if (::fstat(fd.get(), &status_) == -1) {
+        if (retryInterrupted([&] { return ::fstat(fd.get(), &status_); }) == -1) {
             return failed("file_str: Unable to stat file %s: %s\n", path_.c_str());
         }
         if (!S_ISREG(status_.st_mode)) {
@@ -100,9 +110,10 @@ private:
 
     int openCopy() {
         // What an interrupted edit left, or somebody planted, is never written through.
-        ::unlink(copyPath_.c_str());
-        kavro::QuietFdOwner fd(kavro::retryInterrupted([this] {
-            return ::open(copyPath_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kNewFileMode);
+        removeCopy();
+        kavro::QuietFdOwner fd(retryInterrupted([this] {
+            return ::openat(directory_, copyName_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                            kNewFileMode);
         }));
         if (!fd.empty()) {
             copy_.reset(::fdopen(fd.get(), "w"));
@@ -159,32 +170,51 @@ private:
             return 0;
         }
         const int fd = ::fileno(copy_.get());
-        if (::fchown(fd, status_.st_uid, status_.st_gid) == -1) {
+        if (retryInterrupted([&] { return ::fchown(fd, status_.st_uid, status_.st_gid); }) == -1) {
             return failed("file_str: ERROR: Unable to chown file %s: %s", copyPath_.c_str());
         }
-        if (::fchmod(fd, status_.st_mode & kPermissionBits) == -1) {
+        if (retryInterrupted([&] { return ::fchmod(fd, status_.st_mode & kPermissionBits); }) == -1) {
             return failed("file_str: ERROR: Unable to chmod file %s: %s", copyPath_.c_str());
         }
         return 0;
     }
 
-    /// Writes that were kept in the buffer fail here at the latest.
+    /// Writes that were kept in the buffer fail here at the latest. The copy reaches the disk before its name does: a
+    /// system that stops meanwhile has the old text or the new one.
     int closeCopy() {
-        return std::fclose(copy_.release()) == 0 ? 0 : failed("Unable to close file %s: %s\n", copyPath_.c_str());
+        bool written = std::fflush(copy_.get()) == 0;
+        written = written && retryInterrupted([this] { return ::fsync(::fileno(copy_.get())); }) == 0;
+        const int error = errno;
+        const bool closed = std::fclose(copy_.release()) == 0 || errno == EINTR;
+        if (written && closed) {
+            return 0;
+        }
+        if (!written) {
+            errno = error;
+        }
+        return failed("Unable to close file %s: %s\n", copyPath_.c_str());
     }
 
     int replaceOriginal() {
-        if (::rename(copyPath_.c_str(), path_.c_str()) == 0) {
+        if (retryInterrupted([this] { return ::renameat(directory_, copyName_.c_str(), directory_, name_.c_str()); }) ==
+            0) {
             return 0;
         }
         return failed(removing_ ? "Error while rename file %s: %s\n" : "Unable to rename file %s: %s\n",
                       copyPath_.c_str());
     }
 
+    void removeCopy() const {
+        retryInterrupted([this] { return ::unlinkat(directory_, copyName_.c_str(), 0); });
+    }
+
+    int directory_;
     std::string path_;
+    std::string name_;  ///< of the file in its directory
     const char* const* lines_;
     bool removing_;
     std::string copyPath_;
+    std::string copyName_;
     struct stat status_ {};
     kavro::CFile original_;
     kavro::CFile copy_;
@@ -192,14 +222,18 @@ private:
 
 }  // namespace
 
-int file_strings(const char* path, const char* const* lines, int action, int /*place*/) {
+int file_strings(const char* path, const char* const* lines, int action, int place) {
+    return file_strings_at(AT_FDCWD, path, lines, action, place);
+}
+
+int file_strings_at(int directory, const char* path, const char* const* lines, int action, int /*place*/) {
     mk_lock_t* lock = mk_lock(path, 1);
     if (is_locked(lock) == 0) {
         messlog2(0, 0, "Error occurred while locking the file %s: %s\n", path, std::strerror(errno));
         rm_lock(lock);
         return 1;
     }
-    const int result = LineFileEdit(path, lines, action).run();
+    const int result = LineFileEdit(directory, path, lines, action).run();
     const kavro::ErrnoKeeper keeper;
     // A lock that cannot be closed in order is gone nevertheless; what was done to the file stands.
     if (rm_lock(lock) == -1) {

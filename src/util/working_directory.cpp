@@ -10,7 +10,8 @@
 namespace kavro {
 
 // O_PATH: a directory that may be searched but not read is remembered too.
-WorkingDirectoryScope::WorkingDirectoryScope() noexcept : origin_(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+WorkingDirectoryScope::WorkingDirectoryScope() noexcept
+    : origin_(retryInterrupted([] { return ::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC); })) {
 }
 
 WorkingDirectoryScope::~WorkingDirectoryScope() {
@@ -20,6 +21,10 @@ WorkingDirectoryScope::~WorkingDirectoryScope() {
 
 bool WorkingDirectoryScope::enter(const char* path) noexcept {
     return remembered() && retryInterrupted([path] { return ::chdir(path); }) == 0;
+}
+
+bool WorkingDirectoryScope::enter(int directory) noexcept {
+    return remembered() && retryInterrupted([directory] { return ::fchdir(directory); }) == 0;
 }
 
 bool WorkingDirectoryScope::restore() noexcept {

@@ -19,6 +19,8 @@ public:
     /// Changes into `path`. False, with errno and the working directory as it was, on failure and where nothing is
     /// remembered.
     bool enter(const char* path) noexcept;
+    /// The same for an open directory.
+    bool enter(int directory) noexcept;
     /// Goes back now. False with errno on failure; the destructor then does not try again.
     bool restore() noexcept;
     /// Forgets the remembered directory: the process stays where it is.

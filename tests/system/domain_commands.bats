@@ -134,6 +134,24 @@ $(for n in info sales help; do printf -- '-auth: %s@a2.test encrypted 00\n+auth:
 $(printf -- '%skeys: d 755 root:root %s\n' - a2.test + n.test; printf -- '%skeys: f 440 root:popuser %s/default\n' - a2.test + n.test)")" "$(changes)"
 }
 
+@test "what cannot be copied or removed stays where it was, and a warning tells" {
+  touch $KEYS/n.test
+  with "$SAMPLE" mxadmin --rename-domain-alias --domain-name=d.test --old-domain-alias-name=a2.test --new-domain-alias-name=n.test --set-reject
+  [[ $status == 0 && $err == *"WARNING: cannot create domainkey for n.test" && -f $KEYS/a2.test/default ]]
+  with "$SAMPLE" setpriv --bounding-set=-chown mxadmin --add-domain --domain-name=new.test
+  [[ $status == 1 && $err == *"chown: Operation not permitted"* && ! -e $MAIL_ROOT/new.test ]]
+  with "$SAMPLE" setpriv --bounding-set=-chown mxadmin --add-mailname --domain-name=d.test --mailname=new
+  [[ $status == 1 && $err == *"chown: Operation not permitted"* && ! -e $MAIL_ROOT/d.test/new ]]
+  mv $MAIL_ROOT/d.test/bob /tmp/bob.elsewhere
+  ln -s /tmp/bob.elsewhere $MAIL_ROOT/d.test/bob
+  with "$SAMPLE" mxadmin --remove-mailname --domain-name=d.test --mailname=bob
+  [ "$status $err" = '0 WARNING: unable to remove all mail of bob@d.test: it was a link to "/tmp/bob.elsewhere"' ]
+  mount -t tmpfs none $MAIL_ROOT/d.test/info/Maildir/cur
+  with "$SAMPLE" mxadmin --remove-domain --domain-name=d.test
+  umount $MAIL_ROOT/d.test.KavroSaved.*/info/Maildir/cur
+  [ "$status $err" = "0 WARNING: unable to remove all mail of d.test: boost::filesystem::remove_all: Device or resource busy: \"$(echo $MAIL_ROOT/d.test.KavroSaved.*)\"" ]
+}
+
 @test "--rename-domain renames records, storage, users and handlers, and tells the plug-ins" {
   printf 'int rename_domain(const char *a, const char *b) { char c[99]; extern int sprintf(char *, const char *, ...), system(const char *); sprintf(c, "echo %%s %%s >>/tmp/plugin", a, b); return system(c); }' |
     gcc -shared -fPIC -x c -o $PLUGINS/one.so -

@@ -81,6 +81,23 @@ TEST_F(DotqmailTest, FailsWithoutHarm) {
     EXPECT_EQ(logged, "3 Unable to open '" + file.string() + "': Too many levels of symbolic links\n");
     EXPECT_EQ(readFile(root / "victim"), "kept");
 
+    // A home that was swapped for a link leads nowhere.
+    fs::remove(file);
+    dotqmail.reset();
+    fs::rename(home, root / "moved");
+    fs::create_directory_symlink(root / "moved", home);
+    EXPECT_THAT(textOf<kavro::SystemError>([&] { dotqmail.reset(); }), StartsWith(unable));
+    EXPECT_THAT(textOf<kavro::SystemError>([&] { dotqmail.enableDelivery(); }), StartsWith(unable));
+    EXPECT_EQ(dotqmail_add_forward(file.c_str(), "a@example.org") + dotqmail_remove_delivery(file.c_str()), -2);
+    EXPECT_EQ(readFile(root / "moved/.qmail"), "| true\n");
+    fs::remove(home);
+    fs::rename(root / "moved", home);
+    EXPECT_EQ(std::distance(fs::directory_iterator(home), {}), 3);
+
+    fs::remove(file);
+    run("mkfifo " + file.string());
+    EXPECT_THROW(dotqmail.reset(), kavro::SystemError);
+    EXPECT_THROW(dotqmail.enableDelivery(), kavro::SystemError);
     fs::remove(file);
     run("cd " + home.string() + "; mount -t tmpfs -o size=64k none . && cat /dev/zero 2>/dev/null >$PWD/fill || true");
     EXPECT_EQ(textOf<kavro::SystemError>([&] { dotqmail.reset(); }), unable + "No space left on device");

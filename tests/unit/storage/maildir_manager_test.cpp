@@ -1,6 +1,7 @@
 // The mail tree: what is made with which owner and mode, and what renames, backups and removals refuse.
 #include "process/system_error.h"
 #include "storage/fs_error.h"
+#include "storage/maildirpp_quota.h"
 #include "storage_fixture.h"
 
 namespace fs = std::filesystem;
@@ -117,5 +118,7 @@ TEST_F(MaildirManagerTest, LooksTheMailUserUpEachTime) {
     run("cp /etc/passwd /tmp/passwd; sed -i /^popuser:/d /etc/passwd");
     EXPECT_THAT(textOf<kavro::SystemError>([] { kavro::mail::MaildirManager::getInstance(); }),
                 StartsWith("user popusernot found: "));
+    EXPECT_EQ(store_maildirpp_quota_raw(maildir.c_str(), 20), 0);
+    EXPECT_FALSE(fs::exists(maildir / "maildirsize"));
     run("cp /tmp/passwd /etc/passwd");
 }

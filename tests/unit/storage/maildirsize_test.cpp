@@ -64,6 +64,30 @@ TEST_F(MaildirsizeTest, KeepsTheOldFileOnAFullDisk) {
     run("umount " + maildir.string());
 }
 
+TEST_F(MaildirsizeTest, FollowsNoLinkOfTheMailUserAndWaitsForNoPipe) {
+    const fs::path moved = root / "moved";
+    fs::create_directories(moved / "Maildir/new");
+    writeFile(moved / "Maildir/new/1,S=44", "");
+    const auto store = [] { return store_mbox_quota("example.com", "info", 1000); };
+    for (const fs::path& link : {maildir, home}) {
+        fs::remove_all(link);
+        fs::create_directory_symlink(moved / link.lexically_relative(home).relative_path(), link);
+        EXPECT_EQ(store(), 0) << link;
+    }
+    fs::remove(home);
+    manager.createMailnameHome("example.com", "info");
+    fs::remove(maildir / "new");
+    fs::create_directory_symlink(moved / "Maildir/new", maildir / "new");
+    run("mkfifo " + (maildir / "maildirsize").string());
+    EXPECT_EQ(get_mbox_size("info", "example.com", 0),
+              static_cast<std::uint64_t>(get_dir_size((home / "@attachments").c_str(), 0)));
+    fs::rename(root / "example.com", root / "elsewhere");
+    fs::create_directory_symlink(root / "elsewhere", root / "example.com");
+    EXPECT_EQ(store(), 1);  // root made this link
+    EXPECT_EQ(quotaFile().substr(8), nothing);
+    EXPECT_EQ(std::distance(fs::recursive_directory_iterator(moved), {}), 3);
+}
+
 TEST_F(MaildirsizeTest, MarksTheFileStaleWhenMailMovedMeanwhile) {
     const long now = std::time(nullptr);
     const std::string inMaildir = "cd " + maildir.string() + "; ";
@@ -150,6 +174,11 @@ TEST_F(MaildirsizeTest, StopsAMessageAboveEitherLimit) {
 
 TEST_F(MaildirsizeTest, ShowsMailAndAttachments) {
     const std::string store = (home / "@attachments").string();
+    const std::string huge = (maildir / "cur/1,S=9223372036854775807").string();
+    writeFile(huge, "");
+    writeFile(huge + ":2,S", "");
+    EXPECT_EQ(get_mbox_size("info", "example.com", 0), 9223372036854775807U);
+    run("rm " + huge + "*");
     writeFile(store + "/file", std::string(5000, 'x'));
     writeFile(maildir / "new/1,S=44", "");
     EXPECT_EQ(get_mbox_size("Info", "Example.COM", 0), static_cast<std::uint64_t>(get_dir_size(store.c_str(), 0)) + 44);

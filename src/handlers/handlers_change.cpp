@@ -6,7 +6,6 @@
 #include "handlers/handlers_statements.h"
 
 using kavro::SqliteConnection;
-using kavro::handlers::Parameter;
 using kavro::handlers::run_change;
 using kavro::handlers::StoredAddress;
 using kavro::handlers::update;

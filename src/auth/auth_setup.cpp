@@ -20,7 +20,6 @@
 #include "process/retry.h"
 #include "util/accounts.h"
 #include "util/directory_tree.h"
-#include "util/errno_keeper.h"
 #include "util/file_io.h"
 #include "util/log.h"
 #include "util/sqlite_connection.h"

@@ -62,9 +62,8 @@ public:
     NewDirectoryGuard& operator=(const NewDirectoryGuard&) = delete;
     ~NewDirectoryGuard() {
         if (!complete_) {
-            const int saved = errno;
+            const kavro::ErrnoKeeper keeper;
             ::rmdir(path_.c_str());
-            errno = saved;
         }
     }
     void complete() noexcept { complete_ = true; }

@@ -49,9 +49,8 @@ QuietFdOwner::~QuietFdOwner() noexcept {
 }
 
 void FdOwner::closeQuietly() noexcept {
-    const int saved = errno;
+    const ErrnoKeeper keeper;
     close_nothrow();
-    errno = saved;
 }
 
 int FdOwner::release() noexcept {

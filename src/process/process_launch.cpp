@@ -156,7 +156,7 @@ void closeRange(unsigned first, unsigned last) {
 
 /// Closes everything above the standard streams but `kept` (-1: nothing is kept). Keeps errno.
 void closeOthers(int kept) {
-    const int saved = errno;
+    const ErrnoKeeper keeper;
     const rlim_t limit = std::min<rlim_t>(openFilesLimit(), 1U << 31U);
     if (limit > kFirstOther) {
         const auto last = static_cast<unsigned>(limit - 1);
@@ -168,7 +168,6 @@ void closeOthers(int kept) {
             closeRange(gap + 1, last);
         }
     }
-    errno = saved;
 }
 
 /// Returns never: it throws, or the new program runs.

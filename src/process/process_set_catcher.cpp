@@ -54,7 +54,7 @@ void ProcessSetCatcher::childHandler(int /*signal*/, siginfo_t* /*info*/, void* 
     if (self == nullptr) {
         return;
     }
-    const int saved = errno;
+    const ErrnoKeeper keeper;
     int status = 0;
     for (;;) {
         const pid_t pid = retryInterrupted([&] { return ::waitpid(-1, &status, WNOHANG); });
@@ -75,17 +75,15 @@ void ProcessSetCatcher::childHandler(int /*signal*/, siginfo_t* /*info*/, void* 
         // The byte only wakes the loop: when the pipe is full there is one in it already.
         retryInterrupted([&] { return ::write(self->control_.writeEnd().get(), "t", 1); });
     }
-    errno = saved;
 }
 
 std::size_t ProcessSetCatcher::clear_control() {
-    const int saved = errno;
+    const ErrnoKeeper keeper;
     std::size_t count = 0;
     char byte = 0;
     while (retryInterrupted([&] { return ::read(control_.readEnd().get(), &byte, 1); }) == 1) {
         ++count;
     }
-    errno = saved;
     return count;
 }
 

@@ -1,4 +1,5 @@
-// The loops around system calls: one that retries while a signal interrupts, one that writes until all is written.
+// A scope that keeps errno, and the loops around system calls: one that retries while a signal interrupts, one that
+// writes until all is written.
 #pragma once
 
 #include <unistd.h>
@@ -9,6 +10,21 @@
 #include "process/system_error.h"
 
 namespace kavro {
+
+/// Restores errno to its value at construction.
+class ErrnoKeeper {
+public:
+    ErrnoKeeper() noexcept : saved_(errno) {}
+    ErrnoKeeper(const ErrnoKeeper&) = delete;
+    ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
+    ~ErrnoKeeper() { errno = saved_; }
+
+    /// The value that will be restored.
+    int saved() const noexcept { return saved_; }
+
+private:
+    int saved_;
+};
 
 /// Calls `call` until it answers something other than -1 with EINTR; returns its last answer.
 template <typename Call>

@@ -52,9 +52,8 @@ SigIgnorer::SigIgnorer(int signal) : signal_(signal) {
 }
 
 SigIgnorer::~SigIgnorer() {
-    const int saved = errno;
+    const ErrnoKeeper keeper;
     ::sigaction(signal_, &former_, nullptr);
-    errno = saved;
 }
 
 }  // namespace kavro

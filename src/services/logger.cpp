@@ -4,7 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "util/errno_keeper.h"
+#include "process/retry.h"
 
 namespace {
 

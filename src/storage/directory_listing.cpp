@@ -8,7 +8,6 @@
 #include <cerrno>
 
 #include "process/retry.h"
-#include "util/errno_keeper.h"
 
 namespace kavro::mail {
 namespace {

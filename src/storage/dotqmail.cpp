@@ -17,7 +17,6 @@
 #include "util/accounts.h"
 #include "util/c_file.h"
 #include "util/c_memory.h"
-#include "util/errno_keeper.h"
 #include "util/idn.h"
 #include "util/line_file.h"
 #include "util/log.h"

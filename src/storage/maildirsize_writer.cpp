@@ -19,7 +19,6 @@
 #include "storage/maildir_usage.h"
 #include "storage/maildirpp_quota.h"
 #include "storage/mailname_tree.h"
-#include "util/errno_keeper.h"
 #include "util/log.h"
 #include "util/working_directory.h"
 

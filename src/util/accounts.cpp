@@ -12,7 +12,6 @@
 
 #include "process/descriptors.h"
 #include "process/retry.h"
-#include "util/errno_keeper.h"
 #include "util/log.h"
 
 namespace {

@@ -14,7 +14,6 @@
 
 #include "process/descriptors.h"
 #include "process/retry.h"
-#include "util/errno_keeper.h"
 #include "util/file_io.h"
 #include "util/log.h"
 

@@ -11,7 +11,6 @@
 #include <memory>
 
 #include "process/retry.h"
-#include "util/errno_keeper.h"
 
 namespace kavro {
 

@@ -14,9 +14,9 @@
 #include <iterator>
 
 #include "process/descriptors.h"
+#include "process/retry.h"
 #include "util/c_file.h"
 #include "util/c_memory.h"
-#include "util/errno_keeper.h"
 #include "util/file_io.h"
 #include "util/log.h"
 

@@ -13,7 +13,6 @@
 #include "process/descriptors.h"
 #include "process/retry.h"
 #include "util/c_file.h"
-#include "util/errno_keeper.h"
 
 namespace {
 

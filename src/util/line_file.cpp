@@ -17,7 +17,6 @@
 #include "process/retry.h"
 #include "util/c_file.h"
 #include "util/c_memory.h"
-#include "util/errno_keeper.h"
 #include "util/lock_file.h"
 #include "util/log.h"
 

@@ -16,7 +16,6 @@
 #include "process/retry.h"
 #include "process/system_error.h"
 #include "util/c_memory.h"
-#include "util/errno_keeper.h"
 #include "util/file_io.h"
 #include "util/log.h"
 #include "util/md5.h"

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "util/errno_keeper.h"
+#include "process/retry.h"
 
 void (*kavro_log)(int priority, const char* format, ...) = _kavro_utility_log;
 void (*kavro_logv)(int priority, const char* format, va_list args) = _kavro_utility_logv;

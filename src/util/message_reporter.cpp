@@ -4,8 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "process/retry.h"
 #include "util/c_memory.h"
-#include "util/errno_keeper.h"
 #include "util/log.h"
 
 const char* PROGNAME = nullptr;

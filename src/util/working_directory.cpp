@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include "process/retry.h"
-#include "util/errno_keeper.h"
 
 namespace kavro {
 

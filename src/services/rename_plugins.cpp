@@ -21,7 +21,7 @@
 #include "process/retry.h"
 #include "services/logger.h"
 #include "services/path_limit.h"
-#include "util/c_file.h"
+#include "util/file_io.h"
 #include "util/log.h"
 
 namespace {

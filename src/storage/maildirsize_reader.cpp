@@ -16,7 +16,7 @@
 #include "process/retry.h"
 #include "storage/maildirpp_quota.h"
 #include "storage/mailname_tree.h"
-#include "util/c_file.h"
+#include "util/file_io.h"
 #include "util/log.h"
 #include "util/working_directory.h"
 

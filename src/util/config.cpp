@@ -15,7 +15,6 @@
 
 #include "process/descriptors.h"
 #include "process/retry.h"
-#include "util/c_file.h"
 #include "util/c_memory.h"
 #include "util/file_io.h"
 #include "util/log.h"

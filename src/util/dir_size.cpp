@@ -7,7 +7,7 @@
 #include <climits>
 
 #include "process/retry.h"
-#include "util/c_file.h"
+#include "util/file_io.h"
 #include "util/working_directory.h"
 
 namespace {

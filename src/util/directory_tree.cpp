@@ -12,7 +12,7 @@
 
 #include "process/descriptors.h"
 #include "process/retry.h"
-#include "util/c_file.h"
+#include "util/file_io.h"
 
 namespace {
 

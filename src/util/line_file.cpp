@@ -15,8 +15,8 @@
 
 #include "process/descriptors.h"
 #include "process/retry.h"
-#include "util/c_file.h"
 #include "util/c_memory.h"
+#include "util/file_io.h"
 #include "util/lock_file.h"
 #include "util/log.h"
 

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "util/c_file.h"
+#include "util/file_io.h"
 
 namespace {
 

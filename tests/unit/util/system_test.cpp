@@ -4,8 +4,8 @@
 #include <array>
 #include <csignal>
 
-#include "util/c_file.h"
 #include "util/c_memory.h"
+#include "util/file_io.h"
 #include "util/hostname.h"
 #include "util/process_search.h"
 #include "util/support.h"

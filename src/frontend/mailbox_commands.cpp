@@ -9,7 +9,7 @@
 #include "frontend/option_groups.h"
 #include "frontend/output.h"
 #include "postfix/backend_operations.h"
-#include "storage/maildirpp_quota.h"
+#include "storage/mailbox_quota.h"
 
 namespace backend = kavro::mail::postfix::mxadmin_commands;
 

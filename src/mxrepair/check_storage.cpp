@@ -20,9 +20,10 @@
 #include "mxrepair/mailbox_files.h"
 #include "process/descriptors.h"
 #include "process/system_error.h"
+#include "storage/mail_tree.h"
 #include "storage/maildir_manager.h"
-#include "storage/maildirpp_quota.h"
-#include "storage/mailname_tree.h"
+#include "storage/maildir_usage.h"
+#include "storage/maildirsize.h"
 #include "util/accounts.h"
 
 namespace mxrepair {

@@ -11,7 +11,7 @@
 
 #include "mxrepair/mailbox_files.h"
 #include "services/domain_keys.h"
-#include "storage/maildirpp_quota.h"
+#include "storage/maildirsize.h"
 #include "util/dir_size.h"
 
 namespace mxrepair {

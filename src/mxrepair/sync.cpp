@@ -23,9 +23,9 @@
 #include "process/descriptors.h"
 #include "process/system_error.h"
 #include "services/domain_keys.h"
+#include "storage/mail_tree.h"
+#include "storage/mailbox_quota.h"
 #include "storage/maildir_manager.h"
-#include "storage/maildirpp_quota.h"
-#include "storage/mailname_tree.h"
 
 namespace mxrepair {
 

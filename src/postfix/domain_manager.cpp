@@ -5,7 +5,7 @@
 #include "postfix/session_names.h"
 #include "postfix/tables.h"
 #include "process/report_exception.h"
-#include "storage/maildirpp_manager.h"
+#include "storage/maildir_manager.h"
 
 namespace kavro::mail::postfix {
 

@@ -11,7 +11,7 @@
 #include "postfix/tables.h"
 #include "services/rename_plugins.h"
 #include "session/auth_mass_operations.h"
-#include "storage/maildirpp_manager.h"
+#include "storage/maildir_manager.h"
 #include "util/log.h"
 #include "util/process_search.h"
 

@@ -5,7 +5,7 @@
 #include "postfix/backend_operations.h"
 #include "postfix/mailname_manager.h"
 #include "session/auth_mass_operations.h"
-#include "storage/maildirpp_manager.h"
+#include "storage/maildir_manager.h"
 
 namespace kavro::mail::postfix::mxadmin_commands {
 

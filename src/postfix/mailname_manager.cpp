@@ -3,12 +3,12 @@
 
 #include <vector>
 
-#include "postfix/rename_transaction.h"
 #include "postfix/postfix_errors.h"
+#include "postfix/rename_transaction.h"
 #include "postfix/session_names.h"
 #include "postfix/tables.h"
-#include "storage/dotqmail_manager.h"
-#include "storage/maildirpp_manager.h"
+#include "storage/dotqmail.h"
+#include "storage/maildir_manager.h"
 
 namespace kavro::mail::postfix {
 

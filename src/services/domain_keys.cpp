@@ -7,12 +7,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <string>
 #include <string_view>
 
 #include "process/retry.h"
-#include "services/path_limit.h"
 #include "util/accounts.h"
 #include "util/atomic_copy.h"
 #include "util/c_memory.h"
@@ -23,7 +23,6 @@
 namespace {
 
 using kavro::CString;
-using kavro::services::kPathLimit;
 
 constexpr const char* kKeyFile = "default";
 /// The group of the mail system's processes that sign.
@@ -56,7 +55,7 @@ std::string directory_name(const std::string& domain) {
 /// The key file of a lower-case domain. Empty, reported, when the path is too long.
 std::string key_path(const std::string& name) {
     std::string path = std::string(DOMAINKEYS_D) + '/' + name + '/' + kKeyFile;
-    if (path.size() >= kPathLimit) {
+    if (path.size() >= PATH_MAX) {
         errno = 0;
         messlog2(0, 0, "File name '%s' is too long to be stored in %s/%s", kKeyFile, DOMAINKEYS_D, name.c_str());
         return {};
@@ -67,7 +66,7 @@ std::string key_path(const std::string& name) {
 /// The directory of a lower-case domain. Empty, reported, when the path is too long.
 std::string directory_path(const std::string& name) {
     std::string path = std::string(DOMAINKEYS_D) + '/' + name;
-    if (path.size() >= kPathLimit) {
+    if (path.size() >= PATH_MAX) {
         errno = 0;
         messlog2(0, 0, "Domain name '%s' is too long to be stored in %s", name.c_str(), DOMAINKEYS_D);
         return {};

@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <csignal>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -19,12 +21,25 @@
 
 #include "process/error_stream.h"
 #include "process/retry.h"
-#include "services/logger.h"
-#include "services/path_limit.h"
 #include "util/file_io.h"
 #include "util/log.h"
 
 namespace {
+
+constexpr int kFirstDiscardedLevel = 4;
+
+/// The small sink of this file's messages: failures reach the operator on standard error, progress reports nobody. Not
+/// the logging hook, so nothing of this goes to the system log. Keeps errno.
+__attribute__((format(printf, 2, 3))) void logger(int level, const char* format, ...) {
+    if (level >= kFirstDiscardedLevel) {
+        return;
+    }
+    const kavro::ErrnoKeeper keeper;
+    va_list arguments;
+    va_start(arguments, format);
+    std::vfprintf(stderr, format, arguments);
+    va_end(arguments);
+}
 
 struct LibraryCloser {
     void operator()(void* library) const { ::dlclose(library); }
@@ -91,7 +106,7 @@ int RenameDomainInServices(const char* old_domain, const char* new_domain) {
     while (const dirent* entry = kavro::nextEntry(directory.get())) {
         std::string path(RENAME_PLUGINS_D);
         path.append(1, '/').append(entry->d_name);
-        if (path.size() >= kavro::services::kPathLimit) {
+        if (path.size() >= PATH_MAX) {
             logger(KAVRO_LOG_ERROR, "path '%s/%s' is too long", RENAME_PLUGINS_D, entry->d_name);
             return 1;
         }

@@ -12,8 +12,9 @@
 
 #include "process/descriptors.h"
 #include "process/retry.h"
+#include "process/system_error.h"
 #include "storage/imap_server.h"
-#include "storage/mailname_tree.h"
+#include "storage/mail_tree.h"
 #include "util/accounts.h"
 #include "util/c_memory.h"
 #include "util/file_io.h"
@@ -25,8 +26,8 @@ namespace {
 
 using kavro::retryInterrupted;
 
-constexpr mode_t DOTQMAIL_MODE = 0600;
-constexpr const char* NO_DELIVERY_LINE = "| true\n";
+constexpr mode_t kDotqmailMode = 0600;
+constexpr const char* kNoDeliveryLine = "| true\n";
 
 /// A delivery file, and its home, which is reached without following what the mail user may have linked there.
 class DeliveryFile {
@@ -44,7 +45,7 @@ public:
             errno = openError_;
             return -1;
         }
-        return file_set_user_mode_at(home_.get(), path(), MAIL_USER, DOTQMAIL_MODE);
+        return file_set_user_mode_at(home_.get(), path(), MAIL_USER, kDotqmailMode);
     }
 
     /// As file_strings does it.
@@ -71,7 +72,7 @@ public:
         errno = openError_;
         kavro::QuietFdOwner fd(home_.empty() ? -1 : retryInterrupted([this] {
             return ::openat(home_.get(), name_.c_str(),
-                            O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, DOTQMAIL_MODE);
+                            O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kDotqmailMode);
         }));
         struct stat status;
         if (fd.empty() || ::fstat(fd.get(), &status) == -1) {
@@ -104,7 +105,7 @@ private:
     int openError_;
 };
 
-int removeDeliveryStrings(const DeliveryFile& file) {
+int remove_delivery_strings(const DeliveryFile& file) {
     // The first is what earlier versions wrote.
     const char* const deliveries[] = {"./Maildir/", kavro::mail::imapServer(0)->deliveryLine,
                                       kavro::mail::imapServer(1)->deliveryLine, nullptr};
@@ -116,7 +117,7 @@ int removeDeliveryStrings(const DeliveryFile& file) {
 }
 
 /// The address with its domain in ASCII form; null, reported, when it has none.
-kavro::CString asciiAddress(const char* address) {
+kavro::CString ascii_address(const char* address) {
     errno = 0;
     kavro::CString ascii(idn_email_toascii(address));
     if (ascii == nullptr) {
@@ -126,9 +127,9 @@ kavro::CString asciiAddress(const char* address) {
 }
 
 /// "&", the address and `ending`; null with errno when there is no memory.
-kavro::CString forwardLine(const char* asciiAddress, const char* ending) {
+kavro::CString forward_line(const char* address, const char* ending) {
     char* line = nullptr;
-    return kavro::CString(::asprintf(&line, "&%s%s", asciiAddress, ending) == -1 ? nullptr : line);
+    return kavro::CString(::asprintf(&line, "&%s%s", address, ending) == -1 ? nullptr : line);
 }
 
 }  // namespace
@@ -140,7 +141,7 @@ int dotqmail_reset(const char* path) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to open '%s': %s", path, std::strerror(errno));
         return -1;
     }
-    const bool written = std::fputs(NO_DELIVERY_LINE, stream.get()) >= 0 && std::fflush(stream.get()) == 0;
+    const bool written = std::fputs(kNoDeliveryLine, stream.get()) >= 0 && std::fflush(stream.get()) == 0;
     const int writeError = errno;
     // Whatever close(2) answers to a signal, Linux has closed.
     const bool closed = std::fclose(stream.release()) == 0 || errno == EINTR;
@@ -156,7 +157,7 @@ int dotqmail_reset(const char* path) {
 }
 
 int dotqmail_remove_delivery_strings(const char* path) {
-    return removeDeliveryStrings(DeliveryFile(path));
+    return remove_delivery_strings(DeliveryFile(path));
 }
 
 int dotqmail_add_delivery(const char* path) {
@@ -165,7 +166,7 @@ int dotqmail_add_delivery(const char* path) {
         return -1;
     }
     const DeliveryFile file(path);
-    if (removeDeliveryStrings(file) != 0) {
+    if (remove_delivery_strings(file) != 0) {
         return -1;
     }
     if (file.edit(server->deliveryLine, FILE_STRINGS_ADD) != 0) {
@@ -177,15 +178,15 @@ int dotqmail_add_delivery(const char* path) {
 
 int dotqmail_remove_delivery(const char* path) {
     const DeliveryFile file(path);
-    return removeDeliveryStrings(file) != 0 ? -1 : file.giveToMailUser();
+    return remove_delivery_strings(file) != 0 ? -1 : file.giveToMailUser();
 }
 
 int dotqmail_add_forward(const char* path, const char* address) {
-    const kavro::CString ascii = asciiAddress(address);
+    const kavro::CString ascii = ascii_address(address);
     if (ascii == nullptr) {
         return -1;
     }
-    const kavro::CString line = forwardLine(ascii.get(), "");
+    const kavro::CString line = forward_line(ascii.get(), "");
     if (line == nullptr) {
         messlog2(0, 0, "asprintf(\"&%%s\", %s) failed: %s", ascii.get(), std::strerror(errno));
         return -1;
@@ -201,11 +202,11 @@ int dotqmail_add_forward(const char* path, const char* address) {
 }
 
 int dotqmail_remove_forward(const char* path, const char* address) {
-    const kavro::CString ascii = asciiAddress(address);
+    const kavro::CString ascii = ascii_address(address);
     if (ascii == nullptr) {
         return -1;
     }
-    const kavro::CString line = forwardLine(ascii.get(), "\n");
+    const kavro::CString line = forward_line(ascii.get(), "\n");
     if (line == nullptr) {
         // Kept: without "failed"; callers match this text.
         messlog2(0, 0, "asprintf(\"&%%s\", %s): %s", ascii.get(), std::strerror(errno));
@@ -218,3 +219,40 @@ int dotqmail_remove_forward(const char* path, const char* address) {
     }
     return file.giveToMailUser();
 }
+
+namespace kavro::mail {
+namespace {
+
+/// The plain functions have reported the cause.
+void check(int result, const boost::filesystem::path& path) {
+    if (result != 0) {
+        throw SystemError("unable to modify " + path.string(), errno);
+    }
+}
+
+}  // namespace
+
+DotQMailManager::DotQMailManager(const boost::filesystem::path& mailnameHome) : path_(mailnameHome / ".qmail") {
+}
+
+void DotQMailManager::reset() {
+    check(dotqmail_reset(path_.c_str()), path_);
+}
+
+void DotQMailManager::enableDelivery() {
+    check(dotqmail_add_delivery(path_.c_str()), path_);
+}
+
+void DotQMailManager::disableDelivery() {
+    check(dotqmail_remove_delivery(path_.c_str()), path_);
+}
+
+void DotQMailManager::addRedirect(const std::string& address, Position /*position*/) {
+    check(dotqmail_add_forward(path_.c_str(), address.c_str()), path_);
+}
+
+void DotQMailManager::removeRedirect(const std::string& address) {
+    check(dotqmail_remove_forward(path_.c_str(), address.c_str()), path_);
+}
+
+}  // namespace kavro::mail

@@ -5,38 +5,37 @@
 
 #include <iterator>
 
-#include "storage/dotqmail.h"
 #include "util/log.h"
 
 using kavro::mail::ImapServer;
 
 namespace {
 
-constexpr ImapServer SERVERS[] = {
+constexpr ImapServer kServers[] = {
     {"/usr/bin/deliverquota", "| /usr/bin/deliverquota ./Maildir", "Courier-IMAP", "courier-imap"},
     {"/usr/lib/dovecot/dovecot-lda", "| /usr/lib/dovecot/dovecot-lda -d \"$DELIVERED_TO\"", "Dovecot", "dovecot"},
 };
 
-constexpr int NO_SERVER = -1;
+constexpr int kNoServer = -1;
 
 }  // namespace
 
 namespace kavro::mail {
 
 const ImapServer* imapServer(int type) {
-    return type == NO_SERVER ? nullptr : &SERVERS[type];
+    return type == kNoServer ? nullptr : &kServers[type];
 }
 
 }  // namespace kavro::mail
 
 int detectImapPop3Server() {
-    static int detected = NO_SERVER;
-    if (detected != NO_SERVER) {
+    static int detected = kNoServer;
+    if (detected != kNoServer) {
         return detected;
     }
-    for (int type = 0; type < static_cast<int>(std::size(SERVERS)); ++type) {
+    for (int type = 0; type < static_cast<int>(std::size(kServers)); ++type) {
         struct stat status;
-        if (::stat(SERVERS[type].agent, &status) == -1) {
+        if (::stat(kServers[type].agent, &status) == -1) {
             continue;
         }
         // The first agent that is there decides, even when it cannot be used and another one could.
@@ -44,14 +43,14 @@ int detectImapPop3Server() {
             kavro_log(KAVRO_LOG_ERROR,
                       "Unable to detect IMAP/POP3 server type - LDA is present at '%s' but is not a regular file or is "
                       "not executable",
-                      SERVERS[type].agent);
-            return NO_SERVER;
+                      kServers[type].agent);
+            return kNoServer;
         }
         detected = type;
         return detected;
     }
     kavro_log(KAVRO_LOG_ERROR, "Unable to detect IMAP/POP3 server type - no LDA found");
-    return NO_SERVER;
+    return kNoServer;
 }
 
 const char* getImapPop3ServerHumanReadableName() {

@@ -1,5 +1,10 @@
-// What is known of the IMAP/POP3 servers whose mailboxes the storage serves.
+// The IMAP/POP3 servers whose mailboxes the storage serves, and which of them is installed.
 #pragma once
+
+/// 0 Courier-IMAP, 1 Dovecot, -1 none, logged. A type found is kept for the life of the process.
+int detectImapPop3Server();
+const char* getImapPop3ServerHumanReadableName();
+const char* getImapPop3ServerPkgctlComponentName();
 
 namespace kavro::mail {
 

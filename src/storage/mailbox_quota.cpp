@@ -1,20 +1,22 @@
-// The quota of one mailbox: what its attachment store takes is not left for mail.
+// Quota and size of one mailbox, and the quotas that the session mail data decides for many.
+#include "storage/mailbox_quota.h"
+
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <optional>
 #include <string>
 
-#include "process/descriptors.h"
 #include "process/retry.h"
-#include "storage/maildirpp_quota.h"
-#include "storage/mailname_tree.h"
-#include "storage/path_component.h"
+#include "session/session_mail_data.h"
+#include "session/session_queries.h"
+#include "storage/mail_tree.h"
+#include "storage/maildirsize.h"
 #include "util/accounts.h"
 #include "util/c_memory.h"
-#include "util/config.h"
 #include "util/dir_size.h"
 #include "util/idn.h"
 #include "util/log.h"
@@ -23,33 +25,11 @@
 
 namespace {
 
-/// The mailname home, lower-cased whole. Empty, reported, when the names do not give one.
-std::string mailboxHome(const char* domain, const char* mailname) {
-    errno = 0;
-    const kavro::CString ascii(idn_toascii(domain));
-    if (ascii == nullptr) {
-        messlog2(0, 0, "idn_toascii(%s) failed: %s", domain, idn_strerror(idn_errno));
-        return {};
-    }
-    for (const char* name : {static_cast<const char*>(ascii.get()), mailname}) {
-        if (!kavro::mail::isPathComponent(name)) {
-            messlog2(0, 0, "%s", kavro::mail::notPathComponentText(name).c_str());
-            return {};
-        }
-    }
-    std::string home = zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D);
-    home.append("/").append(ascii.get()).append("/").append(mailname);
-    if (home.size() >= PATH_MAX) {
-        errno = 0;
-        messlog2(0, 0, "domain and/or user name too long to be stored on the filesystem");
-        return {};
-    }
-    ascii_lower(home.data());
-    return home;
-}
+/// The quota of a mail record that has none of its own.
+constexpr std::int64_t kNoQuota = -1;
 
 /// What the attachment store takes, 0 where there is none. Nothing when that cannot be told.
-std::optional<long> attachmentsSize() {
+std::optional<long> attachments_size() {
     struct stat status;
     if (kavro::retryInterrupted([&] { return ::lstat("@attachments", &status); }) == -1) {
         return errno == ENOENT || errno == ENOTDIR ? std::optional(0L) : std::nullopt;
@@ -59,6 +39,22 @@ std::optional<long> attachmentsSize() {
     }
     const long size = get_dir_size("@attachments", 0);
     return size < 0 ? std::nullopt : std::optional(size);
+}
+
+/// Ends the process when the name cannot be a directory of the mail storage.
+void require_path_component(const char* name) {
+    if (!kavro::mail::isPathComponent(name)) {
+        messlog2(1, 0, "%s", kavro::mail::notPathComponentText(name).c_str());
+    }
+}
+
+/// A path below the home; ends the process when it is too long.
+std::string below(const std::string& home, const char* entry) {
+    std::string path = home + entry;
+    if (path.size() >= PATH_MAX) {
+        messlog2(1, 0, "user mailbox path is too long");
+    }
+    return path;
 }
 
 }  // namespace
@@ -76,8 +72,13 @@ int store_maildirpp_quota_raw(const char* maildir, long quota) {
 }
 
 int store_mbox_quota(const char* domain, const char* mailname, long quota) {
-    const std::string home = mailboxHome(domain, mailname);
+    const std::string home = kavro::mail::lowerCaseHome(domain, mailname);
     if (home.empty()) {
+        return 0;
+    }
+    if (home.size() >= PATH_MAX) {
+        errno = 0;
+        messlog2(0, 0, "domain and/or user name too long to be stored on the filesystem");
         return 0;
     }
     kavro::WorkingDirectoryScope scope;
@@ -91,7 +92,7 @@ int store_mbox_quota(const char* domain, const char* mailname, long quota) {
         return 0;
     }
     if (quota >= 0) {
-        const std::optional<long> attachments = attachmentsSize();
+        const std::optional<long> attachments = attachments_size();
         if (!attachments) {
             messlog2(0, 0, "unable to count attachments folder size");
             // Kept: this failure alone leaves the process in the mailname home.
@@ -106,4 +107,73 @@ int store_mbox_quota(const char* domain, const char* mailname, long quota) {
         }
     }
     return store_maildirpp_quota_raw("./Maildir", quota);
+}
+
+int store_default_mbox_quota(const char* domain, long quota) {
+    const mail_db_data_t* data = loaded_session_mail_data(__func__);
+    if (data == nullptr) {
+        return 0;
+    }
+    const char* loaded = data->domain_name == nullptr ? "" : data->domain_name;
+    if (std::strcmp(loaded, domain) != 0) {
+        kavro_log(KAVRO_LOG_ERROR, "Session mail DB info is invalid, expected one for domain '%s', got '%s'", domain,
+                  loaded);
+        return 0;
+    }
+    for (std::size_t i = 0; i < data->mails_count; ++i) {
+        const mail_db_mail_t& mail = data->mails[i];
+        if (mail.quota == kNoQuota && store_mbox_quota(domain, mail.name, quota) == 0) {
+            kavro_log(KAVRO_LOG_ERROR, "Unable to set default mbox quota for domain '%s' (processing '%s')", domain,
+                      mail.name);
+            return 0;
+        }
+    }
+    return 1;
+}
+
+int rm_default_mbox_quota(const char* domain) {
+    return store_default_mbox_quota(domain, kNoQuota);
+}
+
+int store_domain_quota(const char* domain, long quota) {
+    return store_default_mbox_quota(domain, quota);
+}
+
+int rm_domain_quota(const char* domain) {
+    return rm_default_mbox_quota(domain);
+}
+
+int rm_mbox_quota(const char* domain, const char* mailname) {
+    const mail_db_data_t* data = loaded_session_mail_data(__func__);
+    return data == nullptr ? 0 : store_mbox_quota(domain, mailname, data->domain_quota);
+}
+
+std::uint64_t get_mbox_size(const char* mailname, const char* domain, int inBlocks) {
+    errno = 0;
+    const kavro::CString asciiDomain(idn_toascii(domain));
+    if (asciiDomain == nullptr) {
+        messlog2(1, 0, "idn_toascii() failed: %s", idn_strerror(idn_errno));
+    }
+    const kavro::CString lowerMailname(::strdup(mailname));
+    if (lowerMailname == nullptr) {
+        messlog2(1, 0, "fail to convert mail name to lower case format");
+    }
+    require_path_component(ascii_lower(asciiDomain.get()));
+    require_path_component(ascii_lower(lowerMailname.get()));
+
+    const std::string home = kavro::mail::mailboxPath(asciiDomain.get(), lowerMailname.get());
+    errno = 0;
+    const std::string attachmentStore = below(home, "/@attachments");
+    const std::string maildir = below(home, "/Maildir");
+
+    // Kept: with `inBlocks` the attachments are measured as disk space, the mail still in bytes.
+    const auto attachments = static_cast<std::uint64_t>(std::max(get_dir_size(attachmentStore.c_str(), inBlocks), 0L));
+    std::uint64_t size = 0;
+    std::uint64_t count = 0;
+    if (get_maildirpp_usage(maildir.c_str(), &size, &count) == 0) {
+        messlog2(0, 0, "Unable to calculate Maildir++ size: %s", std::strerror(errno));
+        return attachments;
+    }
+    constexpr std::uint64_t largest = INT64_MAX;
+    return std::min(attachments + size, largest);
 }

@@ -1,8 +1,7 @@
-// Paths of the mail storage, and creation, renaming and removal of domain roots and mailname homes.
+// Creation, renaming and removal of domain roots and mailname homes; quotas, failures as exceptions.
 #include "storage/maildir_manager.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,11 +10,8 @@
 
 #include "process/retry.h"
 #include "process/system_error.h"
-#include "storage/fs_error.h"
-#include "storage/maildirpp_manager.h"
-#include "storage/mailname_tree.h"
-#include "storage/path_component.h"
-#include "storage/umask_guard.h"
+#include "storage/mail_tree.h"
+#include "storage/mailbox_quota.h"
 #include "util/accounts.h"
 #include "util/config.h"
 #include "util/directory_tree.h"
@@ -24,7 +20,19 @@ namespace kavro::mail {
 namespace fs = boost::filesystem;
 namespace {
 
-constexpr mode_t STORAGE_UMASK = 077;
+constexpr mode_t kStorageUmask = 077;
+
+/// Sets the process's umask and puts the old one back on every way out.
+class UmaskGuard {
+public:
+    explicit UmaskGuard(mode_t mask) noexcept : old_(::umask(mask)) {}
+    ~UmaskGuard() { ::umask(old_); }
+    UmaskGuard(const UmaskGuard&) = delete;
+    UmaskGuard& operator=(const UmaskGuard&) = delete;
+
+private:
+    mode_t old_;
+};
 
 fs::path mailRoot() {
     return zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D);
@@ -68,6 +76,14 @@ void checkRemoval(int result, const fs::path& tree) {
     }
 }
 
+/// The plain functions have reported the cause; the exception names the step and the place.
+void checkQuota(int result, const char* operation, const boost::filesystem::path& path) {
+    if (result == 0) {
+        // Kept: the error code is 0, so the text ends with "Success".
+        throw FSError(operation, path, 0);
+    }
+}
+
 }  // namespace
 
 MaildirManager& MaildirManager::getInstance() {
@@ -97,7 +113,7 @@ std::string MaildirManager::getMailnameRelativeHome(const std::string& domain, c
 }
 
 fs::path MaildirManager::getMailnameHome(const std::string& domain, const std::string& mailname) {
-    return mailRoot() / getMailnameRelativeHome(domain, mailname);
+    return mailboxPath(lowerPathComponent(domain), lowerPathComponent(mailname));
 }
 
 std::string MaildirManager::getMailnameRelativeMaildir(const std::string& domain, const std::string& mailname) {
@@ -106,13 +122,13 @@ std::string MaildirManager::getMailnameRelativeMaildir(const std::string& domain
 
 void MaildirManager::createDomainRoot(const std::string& domain) {
     const fs::path root = getDomainRoot(domain);
-    const UmaskGuard mask(STORAGE_UMASK);
+    const UmaskGuard mask(kStorageUmask);
     createDomainDirectory(root, {uid_, gid_});
 }
 
 void MaildirManager::createMailnameHome(const std::string& domain, const std::string& mailname) {
     const fs::path home = getMailnameHome(domain, mailname);
-    const UmaskGuard mask(STORAGE_UMASK);
+    const UmaskGuard mask(kStorageUmask);
     createMailnameTree(home, {uid_, gid_});
 }
 
@@ -181,6 +197,46 @@ fs::path MaildirManager::removeMailnameHome(const std::string& domain, const std
     fs::path left = directoryBehindLink(home);
     checkRemoval(rm_tree_at(root.get(), home.filename().c_str()), home);
     return left;
+}
+
+MaildirPPManager& MaildirPPManager::getInstance() {
+    static MaildirPPManager manager;
+    manager.init();
+    return manager;
+}
+
+void MaildirPPManager::setMailboxQuota(const std::string& domain, const std::string& mailname, long quota) {
+    if (quota < 0) {
+        removeMailboxQuota(domain, mailname);
+        return;
+    }
+    const auto home = getMailnameHome(domain, mailname);
+    checkQuota(store_mbox_quota(domain.c_str(), mailname.c_str(), quota), "unable to store mbox quota", home);
+}
+
+void MaildirPPManager::removeMailboxQuota(const std::string& domain, const std::string& mailname) {
+    const auto home = getMailnameHome(domain, mailname);
+    checkQuota(rm_mbox_quota(domain.c_str(), mailname.c_str()), "unable to remove quota", home);
+}
+
+void MaildirPPManager::setDefaultMailboxQuota(const std::string& domain, long quota) {
+    const auto root = getDomainRoot(domain);
+    checkQuota(store_default_mbox_quota(domain.c_str(), quota), "unable to store default mbox quota", root);
+}
+
+void MaildirPPManager::removeDefaultMailboxQuota(const std::string& domain) {
+    const auto root = getDomainRoot(domain);
+    checkQuota(rm_default_mbox_quota(domain.c_str()), "unable to remove default mbox quota", root);
+}
+
+void MaildirPPManager::setDomainQuota(const std::string& domain, long quota) {
+    const auto root = getDomainRoot(domain);
+    checkQuota(store_domain_quota(domain.c_str(), quota), "unable to store domain quota", root);
+}
+
+void MaildirPPManager::removeDomainQuota(const std::string& domain) {
+    const auto root = getDomainRoot(domain);
+    checkQuota(rm_domain_quota(domain.c_str()), "unable to remove domain quota", root);
 }
 
 bool backupRename(const fs::path& source, fs::path& backup) {

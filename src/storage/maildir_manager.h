@@ -1,5 +1,5 @@
-// The mail storage tree: one directory per domain, one home per mailname, each with its Maildir. The one class that
-// knows paths, owners and modes of that tree.
+// The mail storage of the class layer: one directory per domain, one home per mailname, each with its Maildir and its
+// quota.
 #pragma once
 
 #include <sys/types.h>
@@ -46,6 +46,22 @@ protected:
 private:
     uid_t uid_ = 0;
     gid_t gid_ = 0;
+};
+
+/// Quotas in bytes; negative: none. Failures throw FSError.
+class MaildirPPManager : public MaildirManager {
+public:
+    static MaildirPPManager& getInstance();
+
+    void setMailboxQuota(const std::string& domain, const std::string& mailname, long quota);
+    void removeMailboxQuota(const std::string& domain, const std::string& mailname);
+    void setDefaultMailboxQuota(const std::string& domain, long quota);
+    void removeDefaultMailboxQuota(const std::string& domain);
+    void setDomainQuota(const std::string& domain, long quota);
+    void removeDomainQuota(const std::string& domain);
+
+private:
+    MaildirPPManager() = default;
 };
 
 /// Moves a directory aside under a name that its inode number makes unique. True with an empty `backup` when there is

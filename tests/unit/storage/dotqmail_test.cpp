@@ -1,8 +1,8 @@
 // Delivery files, edited as the commands edit them, and the detection of the server that delivers.
 #include "storage/dotqmail.h"
+#include "storage/imap_server.h"
 
 #include "process/system_error.h"
-#include "storage/dotqmail_manager.h"
 #include "storage_fixture.h"
 
 namespace fs = std::filesystem;

@@ -1,7 +1,7 @@
 // The mail tree: what is made with which owner and mode, and what renames, backups and removals refuse.
 #include "process/system_error.h"
-#include "storage/fs_error.h"
-#include "storage/maildirpp_quota.h"
+#include "storage/mail_tree.h"
+#include "storage/mailbox_quota.h"
 #include "storage_fixture.h"
 
 namespace fs = std::filesystem;

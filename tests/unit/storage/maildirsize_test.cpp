@@ -1,12 +1,13 @@
 // Quota files: what is written, what is believed, what is counted.
+#include "storage/maildirsize.h"
+
 #include <climits>
 #include <ctime>
 
 #include "session/session_mail_data.h"
-#include "storage/default_quota.h"
-#include "storage/fs_error.h"
-#include "storage/maildirpp_manager.h"
-#include "storage/maildirpp_quota.h"
+#include "storage/mail_tree.h"
+#include "storage/mailbox_quota.h"
+#include "storage/maildir_manager.h"
 #include "storage_fixture.h"
 #include "util/dir_size.h"
 

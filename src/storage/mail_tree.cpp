@@ -1,5 +1,5 @@
-// Creation of domain roots and of the directories of a mailname home, and the one way into the mail storage.
-#include "storage/mailname_tree.h"
+// Paths, descriptors and directories of the mail storage.
+#include "storage/mail_tree.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,24 +9,27 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
-#include <string_view>
+#include <locale>
+#include <stdexcept>
 
-#include "process/descriptors.h"
 #include "process/retry.h"
-#include "storage/fs_error.h"
+#include "util/c_memory.h"
 #include "util/config.h"
+#include "util/idn.h"
+#include "util/log.h"
+#include "util/names.h"
 
 namespace kavro::mail {
 namespace fs = boost::filesystem;
 namespace {
 
-constexpr mode_t DOMAIN_ROOT_MODE = 0750;
-constexpr mode_t PRIVATE_DIRECTORY = 0700;
-constexpr int OPEN_DIRECTORY = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+constexpr mode_t kDomainRootMode = 0750;
+constexpr mode_t kPrivateMode = 0700;
+constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 /// Opens a directory in another one, never through a link in its place. Empty with errno.
 QuietFdOwner openBelow(int parent, const char* name) {
-    return QuietFdOwner(retryInterrupted([=] { return ::openat(parent, name, OPEN_DIRECTORY | O_NOFOLLOW); }));
+    return QuietFdOwner(retryInterrupted([=] { return ::openat(parent, name, kOpenDirectory | O_NOFOLLOW); }));
 }
 
 /// Sets owner and mode of a directory that was just opened (empty: that failed with errno).
@@ -94,7 +97,7 @@ public:
         }
         NewDirectory directory(fd_.get(), name, made);
         QuietFdOwner fd = openBelow(fd_.get(), name);
-        giveToOwner(fd, path, owner_, PRIVATE_DIRECTORY);
+        giveToOwner(fd, path, owner_, kPrivateMode);
         directory.keep();
         return {std::move(path), owner_, std::move(fd)};
     }
@@ -132,7 +135,7 @@ QuietFdOwner openBehindLink(int parent, const char* link) {
         return QuietFdOwner();
     }
     target[static_cast<std::size_t>(length)] = '\0';
-    return QuietFdOwner(retryInterrupted([&] { return ::openat(parent, target.data(), OPEN_DIRECTORY); }));
+    return QuietFdOwner(retryInterrupted([&] { return ::openat(parent, target.data(), kOpenDirectory); }));
 }
 
 QuietFdOwner openDomainRootAt(int parent, const char* name) {
@@ -154,8 +157,49 @@ std::size_t mailRootLength(const std::string& path) {
 
 }  // namespace
 
+bool isPathComponent(std::string_view name) noexcept {
+    using namespace std::string_view_literals;
+    return !name.empty() && name != "." && name != ".." && name.find_first_of("/\0"sv) == std::string_view::npos;
+}
+
+std::string notPathComponentText(std::string_view name) {
+    return "'" + std::string(name) + "' cannot be the name of a directory in the mail storage";
+}
+
+std::string lowerPathComponent(const std::string& name) {
+    if (!isPathComponent(name)) {
+        throw std::runtime_error(notPathComponentText(name));
+    }
+    std::string lower = name;
+    const std::locale locale;
+    std::use_facet<std::ctype<char>>(locale).tolower(lower.data(), lower.data() + lower.size());
+    return lower;
+}
+
+std::string mailboxPath(const std::string& domain, const std::string& mailname) {
+    return std::string(zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D)) + '/' + domain + '/' + mailname;
+}
+
+std::string lowerCaseHome(const char* domain, const char* mailname) {
+    errno = 0;
+    const CString ascii(idn_toascii(domain));
+    if (ascii == nullptr) {
+        messlog2(0, 0, "idn_toascii(%s) failed: %s", domain, idn_strerror(idn_errno));
+        return {};
+    }
+    for (const char* name : {static_cast<const char*>(ascii.get()), mailname}) {
+        if (!isPathComponent(name)) {
+            messlog2(0, 0, "%s", notPathComponentText(name).c_str());
+            return {};
+        }
+    }
+    std::string home = mailboxPath(ascii.get(), mailname);
+    ascii_lower(home.data());
+    return home;
+}
+
 QuietFdOwner openDomainRoot(const fs::path& root) {
-    const QuietFdOwner parent(retryInterrupted([&] { return ::open(root.parent_path().c_str(), OPEN_DIRECTORY); }));
+    const QuietFdOwner parent(retryInterrupted([&] { return ::open(root.parent_path().c_str(), kOpenDirectory); }));
     return parent.empty() ? QuietFdOwner() : openDomainRootAt(parent.get(), root.filename().c_str());
 }
 
@@ -163,7 +207,7 @@ QuietFdOwner openMailDirectory(const std::string& path) {
     const std::size_t rootLength = mailRootLength(path);
     const bool foreign = path.starts_with('/') && rootLength == 0;
     const std::string start = foreign ? path : rootLength > 0 ? path.substr(0, rootLength) : ".";
-    QuietFdOwner directory(retryInterrupted([&] { return ::open(start.c_str(), OPEN_DIRECTORY); }));
+    QuietFdOwner directory(retryInterrupted([&] { return ::open(start.c_str(), kOpenDirectory); }));
     if (foreign) {
         return directory;
     }
@@ -181,7 +225,7 @@ QuietFdOwner openMailDirectory(const std::string& path) {
 
 void createDomainDirectory(const fs::path& root, const TreeOwner& owner) {
     NewDirectory made(AT_FDCWD, root.string(), createDirectories(root));
-    giveToOwner(openDomainRoot(root), root, owner, DOMAIN_ROOT_MODE);
+    giveToOwner(openDomainRoot(root), root, owner, kDomainRootMode);
     made.keep();
 }
 

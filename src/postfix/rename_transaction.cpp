@@ -94,13 +94,18 @@ void StepJournal::rememberTarget(const database::RecordView& record) {
 }
 
 void StepJournal::restore(const std::string& table, const LineFilter& forward) const {
-    RestoringFilter filter(changed_, targets_, forward);
     TableRewrite rewrite(table);
-    database::DataStreamFilter<std::reference_wrapper<RestoringFilter>> stream(filter, rewrite.text());
-    rewrite.dump([&stream](const std::vector<char>& chunk) { stream.filterChunk(chunk); });
-    stream.filterTail();
-    filter.writeOriginals(rewrite.text());
+    restore([&rewrite](const process::Consumer& consumer) { rewrite.dump(consumer); }, forward, rewrite.text());
     rewrite.rebuild();
+}
+
+void StepJournal::restore(const std::function<void(const process::Consumer&)>& dump, const LineFilter& forward,
+                          std::ostream& text) const {
+    RestoringFilter filter(changed_, targets_, forward);
+    database::DataStreamFilter<std::reference_wrapper<RestoringFilter>> stream(filter, text);
+    dump([&stream](const std::vector<char>& chunk) { stream.filterChunk(chunk); });
+    stream.filterTail();
+    filter.writeOriginals(text);
 }
 
 RenameTransaction::RenameTransaction() : turn_("mxadmin rename", MKLock::kHashedName, MKLock::kWait) {

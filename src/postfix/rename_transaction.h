@@ -30,6 +30,9 @@ public:
     /// dump and rebuild of the table. Every other record stays, also one written since: it wins over a remembered
     /// record with the same key. Throws PostfixConfigurationError.
     void restore(const std::string& table, const LineFilter& forward) const;
+    /// The same from a dump, which is handed to a consumer, into the text source of the rebuild.
+    void restore(const std::function<void(const process::Consumer&)>& dump, const LineFilter& forward,
+                 std::ostream& text) const;
 
 private:
     std::string changed_;  ///< lines of key, blank, value

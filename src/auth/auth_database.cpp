@@ -1,7 +1,6 @@
 // Writing operations of the authentication database. Each is one connection and one statement, a domain look-up apart.
 #include "auth/auth_database.h"
 
-#include "auth/auth_domain.h"
 #include "auth/auth_statement.h"
 #include "auth/password_cipher.h"
 #include "util/c_memory.h"

@@ -1,4 +1,5 @@
-// One statement on the authentication database whose failures are logged in the words that belong to it.
+// Statements on the authentication database whose failures are logged in the words that belong to them, and its domain
+// rows.
 #pragma once
 
 #include "util/log.h"
@@ -68,5 +69,19 @@ private:
     const char* failure_;
     bool usable_;
 };
+
+}  // namespace kavro::auth
+
+/// Flag of getDomainId: look only.
+inline constexpr int MAIL_AUTH_NO_CREATE = 8;
+
+/// The domain's id on an open connection. A missing row is made, with status 1 when `flags` is not 0, unless flag bit 3
+/// is set. -1 for a missing row that is not to be made and, logged, on failure.
+sqlite3_int64 getDomainId(const char* domain, kavro::SqliteConnection& connection, int flags);
+
+namespace kavro::auth {
+
+/// Looks for the domain's row. 1 and the id, 0 when there is none, -1, logged, on failure.
+int findDomain(const char* domain, SqliteConnection& connection, sqlite3_int64* id);
 
 }  // namespace kavro::auth

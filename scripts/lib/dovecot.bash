@@ -2,12 +2,13 @@
 # the demo. IMAP and POP3 on loopback only.
 
 DOVECOT_LOG=/var/log/mxadmin-dovecot.log
-IMAP_PORT=21143
-POP3_PORT=21110
 . "$(dirname "${BASH_SOURCE[0]}")/loopback.bash"
 
 start_dovecot() {
   local examples=$1
+  IMAP_PORT=$(free_port 21143)
+  POP3_PORT=$(free_port 21343)
+  export IMAP_PORT POP3_PORT
   [ -e /usr/sbin/mxcheckpassword ] || install "$(command -v mxcheckpassword)" /usr/sbin/mxcheckpassword
   install -m 0644 "$examples/dovecot/dovecot.conf" /etc/dovecot/dovecot.conf
   # What a node would set too, besides ports: failed logins of one address are else answered ever later.

@@ -5,10 +5,10 @@ if [ ! -e /run/mxadmin-sandbox ]; then
   exit 1
 fi
 
-# A TCP port on loopback that nobody listens on.
+# free_port FIRST: a TCP port on loopback that nobody listens on.
 free_port() {
   local port
-  for port in $(seq 20025 20125); do
+  for port in $(seq "$1" $(($1 + 100))); do
     if ! (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; then
       echo "$port"
       return

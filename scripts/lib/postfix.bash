@@ -1,23 +1,23 @@
 # A running Postfix on the panel's four tables, for use inside the sandbox only: the demo and the mail tests source this.
-# Debian's package, configured from nothing; SMTP on loopback only.
+# Debian's package with the settings that ours ships; SMTP on loopback only.
 
 POSTFIX_LOG=/var/log/mxadmin-postfix.log
 TABLES=/var/spool/postfix/kavro
+EXAMPLES=$(cd "$(dirname "${BASH_SOURCE[0]}")/../../debian/examples" && pwd -P)
 . "$(dirname "${BASH_SOURCE[0]}")/loopback.bash"
 
 configure_postfix() {
-  SMTP_PORT=$(free_port)
+  SMTP_PORT=$(free_port 20025)
   : >/etc/postfix/main.cf
   cp /usr/share/postfix/master.cf.dist /etc/postfix/master.cf
   sed -i -E "s/^smtp( +)inet /127.0.0.1:$SMTP_PORT\1inet /" /etc/postfix/master.cf
+  grep '^[^#]' "$EXAMPLES/postfix/main.cf" | xargs -d '\n' postconf -e
+  postconf -M -e "mxdeliver/unix = $(grep '^[^#]' "$EXAMPLES/postfix/master.cf")"
   postconf -e compatibility_level=3.6 maillog_file=$POSTFIX_LOG inet_interfaces=loopback-only inet_protocols=ipv4 \
-    myhostname=sandbox.mail.test mydestination='localhost.localdomain, localhost' mynetworks=127.0.0.0/8 \
-    relayhost= default_transport='error:mail stays on this machine' \
-    virtual_mailbox_domains=hash:$TABLES/virtual_domains virtual_mailbox_maps=hash:$TABLES/vmailbox \
-    virtual_alias_maps=hash:$TABLES/virtual alias_maps=hash:$TABLES/aliases alias_database= \
-    virtual_mailbox_base=/var/qmail/mailnames \
-    virtual_uid_maps="static:$(id -u popuser)" virtual_gid_maps="static:$(id -g popuser)" \
-    smtpd_recipient_restrictions='permit_mynetworks, reject_unauth_destination' disable_dns_lookups=yes
+    myhostname=sandbox.mail.test mynetworks=127.0.0.0/8 relayhost= \
+    default_transport='error:mail stays on this machine' disable_dns_lookups=yes
+  newaliases
+  [ -e /usr/sbin/mxdeliver ] || install "$(command -v mxdeliver)" /usr/sbin/mxdeliver
 }
 
 start_postfix() {

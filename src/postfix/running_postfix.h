@@ -25,9 +25,10 @@ private:
 
 /// Held by a command that changes which domains and domain aliases this node answers for. At its end, whatever the
 /// outcome, each running process of the resolver gets SIGINT, once; Postfix starts a fresh one for the next question.
-/// Then the daemons that kept its answers are made to start anew: the table of aliases, which all of them read, gets
-/// another second. A process that has not answered anything yet must not be ended: Postfix would take that for a broken
-/// program and start none for a minute. One younger than half a second is therefore waited for.
+/// One that has not answered anything yet must not be ended: Postfix would take it for a broken program and start none
+/// for a minute. So one younger than half a second is waited for, and one without a client is asked first. Then the
+/// daemons that kept the old answers are made to start anew: the table of aliases, which all of them read, gets another
+/// second.
 class RoutingNotice {
 public:
     RoutingNotice() = default;

@@ -18,7 +18,6 @@
 #include "util/c_file.h"
 #include "util/c_memory.h"
 #include "util/config.h"
-#include "util/stream_reader.h"
 
 namespace mxdeliver {
 

@@ -73,6 +73,7 @@ void setEnvironment(const Envelope& envelope) {
 /// The exit code of the program; throws Trouble when it has none.
 int run(const std::vector<std::string>& arguments, const Message& message) {
     std::vector<const char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) {
         argv.push_back(argument.c_str());
     }

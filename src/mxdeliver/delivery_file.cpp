@@ -13,11 +13,10 @@
 
 #include "mxdeliver/delivery_error.h"
 #include "process/retry.h"
-#include "storage/mailname_tree.h"
-#include "storage/path_component.h"
-#include "util/c_file.h"
+#include "storage/mail_tree.h"
 #include "util/c_memory.h"
 #include "util/config.h"
+#include "util/file_io.h"
 
 namespace mxdeliver {
 
@@ -84,7 +83,8 @@ kavro::FdOwner openHome(const Envelope& envelope) {
         noSuchMailname(envelope);
     }
     const boost::filesystem::path root(zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D));
-    const kavro::FdOwner domain = kavro::mail::openDomainRoot(root / kavro::mail::lowerPathComponent(envelope.domain));
+    const kavro::QuietFdOwner domain =
+        kavro::mail::openDomainRoot(root / kavro::mail::lowerPathComponent(envelope.domain));
     if (domain.empty()) {
         if (errno == ENOENT) {
             noSuchMailname(envelope);

@@ -17,8 +17,8 @@
 #include "mxdeliver/delivery_error.h"
 #include "process/descriptors.h"
 #include "process/retry.h"
-#include "storage/maildirpp_quota.h"
-#include "util/c_file.h"
+#include "storage/maildirsize.h"
+#include "util/file_io.h"
 
 namespace mxdeliver {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "util/c_file.h"
+#include "util/file_io.h"
 
 namespace mxdeliver {
 

@@ -25,7 +25,7 @@
 
 #include "postfix/tables.h"
 #include "process/descriptors.h"
-#include "util/c_file.h"
+#include "util/file_io.h"
 #include "util/process_search.h"
 
 namespace kavro::mail::postfix {

@@ -16,7 +16,7 @@ configure_postfix() {
   postconf -e compatibility_level=3.6 maillog_file=$POSTFIX_LOG inet_interfaces=loopback-only inet_protocols=ipv4 \
     myhostname=sandbox.mail.test mynetworks=127.0.0.0/8 relayhost= \
     default_transport='error:mail stays on this machine' disable_dns_lookups=yes
-  newaliases
+  postalias /etc/aliases
   [ -e /usr/sbin/mxdeliver ] || install "$(command -v mxdeliver)" /usr/sbin/mxdeliver
 }
 

@@ -6,6 +6,7 @@ HOME_DIR=$MAIL_ROOT/d.test/info
 MAILDIR=$HOME_DIR/Maildir
 
 setup_file() { install "$(command -v mxdeliver)" /usr/sbin/; }
+teardown_file() { mv /usr/sbin/sendmail.real /usr/sbin/sendmail; }
 
 setup() {
   reset_stores

@@ -204,7 +204,7 @@ rows_count_messages() {
       limit=1.0
       maildir ""
     else
-      limit=0.6
+      limit=0.7
       maildir ,S=1234
     fi
     for command in --get-mailbox-size "--set-mailbox-disk-quota --disk-quota=1000000"; do

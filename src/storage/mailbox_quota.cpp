@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+#include "process/descriptors.h"
 #include "process/retry.h"
 #include "session/session_mail_data.h"
 #include "session/session_queries.h"
@@ -48,13 +49,11 @@ void require_path_component(const char* name) {
     }
 }
 
-/// A path below the home; ends the process when it is too long.
-std::string below(const std::string& home, const char* entry) {
-    std::string path = home + entry;
+/// Ends the process when the path, the longest below the home, is too long.
+void require_short_path(const std::string& path) {
     if (path.size() >= PATH_MAX) {
         messlog2(1, 0, "user mailbox path is too long");
     }
-    return path;
 }
 
 }  // namespace
@@ -163,11 +162,18 @@ std::uint64_t get_mbox_size(const char* mailname, const char* domain, int inBloc
 
     const std::string home = kavro::mail::mailboxPath(asciiDomain.get(), lowerMailname.get());
     errno = 0;
-    const std::string attachmentStore = below(home, "/@attachments");
-    const std::string maildir = below(home, "/Maildir");
+    require_short_path(home + "/@attachments");
+    const std::string maildir = home + "/Maildir";
 
     // Kept: with `inBlocks` the attachments are measured as disk space, the mail still in bytes.
-    const auto attachments = static_cast<std::uint64_t>(std::max(get_dir_size(attachmentStore.c_str(), inBlocks), 0L));
+    std::uint64_t attachments = 0;
+    {
+        const kavro::QuietFdOwner directory = kavro::mail::openMailDirectory(home);
+        kavro::WorkingDirectoryScope scope;
+        if (!directory.empty() && scope.enter(directory.get())) {
+            attachments = static_cast<std::uint64_t>(std::max(get_dir_size("@attachments", inBlocks), 0L));
+        }
+    }
     std::uint64_t size = 0;
     std::uint64_t count = 0;
     if (get_maildirpp_usage(maildir.c_str(), &size, &count) == 0) {

@@ -200,4 +200,7 @@ $(printf -- '%skeys: d 755 root:root %s\n' - a2.test + n.test; printf -- '%skeys
   same "unlimited" "" "$(changes)"
   with "$(document other.test "" info)" mxadmin --set-domain-disk-quota --domain-name=d.test --disk-quota=1
   [ $status = 1 ] && [[ $err == *"unable to store domain quota"* ]]
+  rm -r $MAIL_ROOT/d.test/info/Maildir
+  with "$SAMPLE" mxadmin --set-domain-disk-quota --domain-name=d.test --disk-quota=1
+  [ $status = 1 ] && [[ $err == *"Unable to set default mbox quota for domain 'd.test' (processing 'info')"* ]]
 }

@@ -17,6 +17,7 @@
 #include "mxdeliver/delivery_error.h"
 #include "process/descriptors.h"
 #include "process/retry.h"
+#include "storage/mailbox_quota.h"
 #include "storage/maildirsize.h"
 #include "util/file_io.h"
 

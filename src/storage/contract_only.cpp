@@ -1,15 +1,12 @@
-// What other programs of the panel call and no command does: paths of mailname homes and their delivery files, the
-// edits that start from a mailname and a domain, and whether a message still fits into a mailbox.
-#include <algorithm>
+// What other programs of the panel call and no command does: paths of mailname homes and their delivery files, and the
+// edits that start from a mailname and a domain.
 #include <cerrno>
 #include <climits>
-#include <cstdint>
 #include <cstdio>
 #include <string>
 
 #include "storage/dotqmail.h"
 #include "storage/mail_tree.h"
-#include "storage/maildirsize.h"
 #include "util/log.h"
 #include "util/names.h"
 
@@ -51,14 +48,6 @@ int edit_dotqmail(const char* mailname, const char* domain, Edit edit) {
     return get_dotqmail_path(path, sizeof path, mailname, domain) != 0 ? -1 : edit(path);
 }
 
-/// True when `used` (negative: nothing) and what is added, of any integral type, pass the limit; 0 is none.
-template <typename Added>
-bool exceeds(long limit, std::uint64_t used, Added added) {
-    const auto counted = std::max(static_cast<std::int64_t>(used), std::int64_t{0});
-    std::int64_t total = 0;
-    return limit != 0 && (__builtin_add_overflow(counted, added, &total) || total > limit);
-}
-
 }  // namespace
 
 int get_dotqmail_path(char* dst, std::size_t size, const char* mailname, const char* domain) {
@@ -84,15 +73,4 @@ int add_mn_forward(const char* mailname, const char* domain, const char* address
 int rm_mn_forward(const char* mailname, const char* domain, const char* address) {
     return edit_dotqmail(mailname, domain,
                          [address](const char* path) { return dotqmail_remove_forward(path, address); });
-}
-
-int check_maildirpp_overquota(const char* maildir, std::uint64_t addSize, long addCount) {
-    std::uint64_t size = 0;
-    std::uint64_t count = 0;
-    long sizeLimit = 0;
-    long countLimit = 0;
-    if (get_maildirpp_usage_and_limits(maildir, 1, &size, &count, &sizeLimit, &countLimit) == 0) {
-        return 0;
-    }
-    return exceeds(sizeLimit, size, addSize) || exceeds(countLimit, count, addCount) ? 1 : 0;
 }

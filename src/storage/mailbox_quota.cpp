@@ -56,6 +56,14 @@ void require_short_path(const std::string& path) {
     }
 }
 
+/// True when `used` (negative: nothing) and what is added, of any integral type, pass the limit; 0 is none.
+template <typename Added>
+bool exceeds(long limit, std::uint64_t used, Added added) {
+    const auto counted = std::max(static_cast<std::int64_t>(used), std::int64_t{0});
+    std::int64_t total = 0;
+    return limit != 0 && (__builtin_add_overflow(counted, added, &total) || total > limit);
+}
+
 }  // namespace
 
 int store_maildirpp_quota_raw(const char* maildir, long quota) {
@@ -145,6 +153,17 @@ int rm_domain_quota(const char* domain) {
 int rm_mbox_quota(const char* domain, const char* mailname) {
     const mail_db_data_t* data = loaded_session_mail_data(__func__);
     return data == nullptr ? 0 : store_mbox_quota(domain, mailname, data->domain_quota);
+}
+
+int check_maildirpp_overquota(const char* maildir, std::uint64_t addSize, long addCount) {
+    std::uint64_t size = 0;
+    std::uint64_t count = 0;
+    long sizeLimit = 0;
+    long countLimit = 0;
+    if (get_maildirpp_usage_and_limits(maildir, 1, &size, &count, &sizeLimit, &countLimit) == 0) {
+        return 0;
+    }
+    return exceeds(sizeLimit, size, addSize) || exceeds(countLimit, count, addCount) ? 1 : 0;
 }
 
 std::uint64_t get_mbox_size(const char* mailname, const char* domain, int inBlocks) {

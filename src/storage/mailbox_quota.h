@@ -17,6 +17,9 @@ int rm_default_mbox_quota(const char* domain);
 int store_domain_quota(const char* domain, long quota);
 int rm_domain_quota(const char* domain);
 
+/// 1 when a message of that size would exceed a limit, else 0.
+int check_maildirpp_overquota(const char* maildir, std::uint64_t addSize, long addCount);
+
 /// Bytes of mail and attachments; attachments as disk space with `inBlocks`. Malformed names end the process with
 /// status 1.
 std::uint64_t get_mbox_size(const char* mailname, const char* domain, int inBlocks);

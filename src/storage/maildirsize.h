@@ -15,5 +15,3 @@ int write_maildirpp_maildirsize(const char* maildir, uid_t uid, gid_t gid, std::
 int get_maildirpp_usage_and_limits(const char* maildir, int strict, std::uint64_t* size, std::uint64_t* count,
                                    long* sizeLimit, long* countLimit);
 int get_maildirpp_usage(const char* maildir, std::uint64_t* size, std::uint64_t* count);
-/// 1 when a message of that size would exceed a limit, else 0.
-int check_maildirpp_overquota(const char* maildir, std::uint64_t addSize, long addCount);

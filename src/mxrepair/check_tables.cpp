@@ -12,6 +12,7 @@
 #include "mxrepair/check.h"
 #include "mxrepair/init.h"
 #include "postfix/record_filters.h"
+#include "postfix/table_lock.h"
 #include "postfix/tables.h"
 #include "process/descriptors.h"
 #include "process/system_error.h"
@@ -25,10 +26,6 @@ namespace {
 using kavro::FdOwner;
 using kavro::SqliteStatement;
 using namespace kavro::mail::postfix;
-
-std::string textSource(std::string_view table) {
-    return std::string(table.substr(table.find(':') + 1));
-}
 
 /// Somebody is at work on what is locked under that name. Takes no lock and makes no lock file.
 bool isInUse(const std::string& name) {
@@ -60,20 +57,12 @@ bool isTruncated(const std::string& path) {
            status.st_size < static_cast<off_t>((std::uint64_t{lastPage} + 1) * pageSize);
 }
 
-void restoreInterruptedRewrite(const std::string& table) {
-    const kavro::MKLock lock(textSource(table), kavro::MKLock::kHashedName, kavro::MKLock::kWait);
-    const std::string path = mapFile(table);
-    if (::rename((path + ".before").c_str(), path.c_str()) != 0) {
-        kavro::throwSystemError("cannot put back " + path, errno);
-    }
-}
-
 /// A copy beside the map means that a rebuild was cut short: the copy is the table as it was.
 void checkCopy(CheckContext& context, const char* table) {
     const std::string copy = mapFile(table) + ".before";
-    if (fileExists(copy.c_str()) && !isInUse(textSource(table))) {
+    if (fileExists(copy.c_str()) && !isInUse(textSourcePath(table))) {
         context.findings.add({mapName(table), copy, "", "a rebuild of the table was cut short",
-                              "puts the table back as it was before", [table] { restoreInterruptedRewrite(table); }});
+                              "puts the table back as it was before", [table] { putBackInterruptedRebuild(table); }});
     }
 }
 
@@ -227,16 +216,14 @@ void checkDestinations(CheckContext& context) {
 
 void putTablesBack() {
     for (const char* table : lookupTables()) {
-        if (fileExists((mapFile(table) + ".before").c_str())) {
-            restoreInterruptedRewrite(table);
-        }
+        putBackInterruptedRebuild(table);
     }
 }
 
 void checkTableFiles(CheckContext& context) {
     context.tablesLoaded = true;
     for (const char* table : lookupTables()) {
-        const std::string source = textSource(table);
+        const std::string source = textSourcePath(table);
         checkCopy(context, table);
         if (fileExists(source.c_str()) && !isInUse(source)) {
             context.findings.add({mapName(table), source, "", "a text source that was left over", "removes it",

@@ -15,6 +15,7 @@
 #include "mxrepair/databases.h"
 #include "mxrepair/node_state.h"
 #include "postfix/postmap.h"
+#include "postfix/table_lock.h"
 #include "postfix/tables.h"
 #include "process/retry.h"
 #include "process/system_error.h"
@@ -142,7 +143,10 @@ void addNothing(const char* table) {
 /// Makes each missing hash map, empty.
 void makeMissingLookupTables(std::ostream& report) {
     for (const char* table : lookupTables()) {
-        if (!fileExists(mapFile(table).c_str())) {
+        if (kavro::mail::postfix::putBackInterruptedRebuild(table)) {
+            report << "put back table " << table << '\n';
+        }
+        if (!fileExists(kavro::mail::postfix::mapFile(table).c_str())) {
             addNothing(table);
             report << "created table " << table << '\n';
         }

@@ -104,10 +104,6 @@ const std::vector<const char*>& lookupTables() {
     return tables;
 }
 
-std::string mapFile(std::string_view table) {
-    return std::string(table.substr(table.find(':') + 1)) + ".db";
-}
-
 std::string mapName(std::string_view table) {
     return std::string(table.substr(table.rfind('/') + 1));
 }

@@ -32,8 +32,6 @@ namespace mxrepair {
 
 /// The lookup tables in the order in which they are read and made.
 const std::vector<const char*>& lookupTables();
-/// The file of a hash map, by its full map name.
-std::string mapFile(std::string_view table);
 /// The name of a map without type and directory.
 std::string mapName(std::string_view table);
 /// The mail storage's root.

@@ -3,9 +3,9 @@
 
 #include <stdexcept>
 
-#include "postfix/database_helper.h"
 #include "postfix/postfix_errors.h"
 #include "postfix/postmap.h"
+#include "postfix/table_lock.h"
 
 namespace mxrepair {
 
@@ -60,7 +60,8 @@ void RecordChanges::apply() {
             kavro::SqliteStatement rows(node_.database());
             rows.prepare("SELECT key, value FROM added WHERE map=? ORDER BY rowid");
             rows.bind(1, map.c_str());
-            const PostmapResult result = runPostmap({"-r", "-i", table}, feed(rows, 2), {});
+            const TableLock lock = beginChange(table, TableLock::Mode::Shared);
+            const PostmapResult result = runPostmap({"-r", "-i", table}, feed(rows, 2), {}, lock.descriptor());
             if (!result.succeeded()) {
                 throw PostfixConfigurationError("cannot add to the table " + map + ": " + result.reason());
             }
@@ -69,9 +70,9 @@ void RecordChanges::apply() {
             kavro::SqliteStatement rows(node_.database());
             rows.prepare("SELECT DISTINCT key FROM removed WHERE map=?");
             rows.bind(1, map.c_str());
-            const PostmapResult result = runPostmap({"-d", "-", table}, feed(rows, 1), {});
-            // A key that was gone already is told by the status alone.
-            if (!result.succeeded() && (result.killed() || !DatabaseHelper::checkOutput(result.diagnostics, false))) {
+            const TableLock lock = beginChange(table, TableLock::Mode::Exclusive);
+            const PostmapResult result = runPostmap({"-d", "-", table}, feed(rows, 1), {}, lock.descriptor());
+            if (!result.succeededUnlessMissing()) {
                 throw PostfixDatabaseError("cannot remove from the table " + map + ": " + result.reason());
             }
         }

@@ -7,6 +7,7 @@
 
 #include "postfix/postfix_errors.h"
 #include "postfix/postmap.h"
+#include "postfix/table_lock.h"
 #include "util/names.h"
 
 namespace kavro::mail::postfix {
@@ -20,12 +21,18 @@ bool isPlainKey(const std::string& key) {
     return !key.empty() && key.find_first_of(kWhiteSpace) == std::string::npos && key.find('\0') == std::string::npos;
 }
 
-/// The outcome of a run by keys: one that is not there makes postmap fail without an error line.
-void requireUnlessMissing(const PostmapResult& result) {
-    if (result.succeeded()) {
-        return;
-    }
-    if (result.killed() || !DatabaseHelper::checkOutput(result.diagnostics, false)) {
+/// A run by keys, under the table's lock.
+void runByKeys(const std::string& table, TableLock::Mode mode, const std::vector<std::string>& arguments,
+               const process::Producer& keys, const process::Consumer& output) {
+    const TableLock lock = [&] {
+        try {
+            return beginChange(table, mode);
+        } catch (const PostfixConfigurationError& error) {
+            throw PostfixDatabaseError(error.what());
+        }
+    }();
+    const PostmapResult result = runPostmap(arguments, keys, output, lock.descriptor());
+    if (!result.succeededUnlessMissing()) {
         throw PostfixDatabaseError(result.diagnostics);
     }
 }
@@ -53,14 +60,15 @@ void DatabaseHelper::checkKey(const std::string& key) {
 }
 
 void DatabaseHelper::addFrom(const std::string& table, const process::Producer& records) {
-    const PostmapResult result = runPostmap({"-r", "-i", table}, records, {});
+    const TableLock lock = beginChange(table, TableLock::Mode::Shared);
+    const PostmapResult result = runPostmap({"-r", "-i", table}, records, {}, lock.descriptor());
     if (!result.succeeded()) {
         throw PostfixConfigurationError(result.reason());
     }
 }
 
 void DatabaseHelper::removeFrom(const std::string& table, const process::Producer& keys) {
-    requireUnlessMissing(runPostmap({"-d", "-", table}, keys, {}));
+    runByKeys(table, TableLock::Mode::Exclusive, {"-d", "-", table}, keys, {});
 }
 
 void DatabaseHelper::addRecord(const std::string& table, const std::string& key, const std::string& value) {
@@ -70,14 +78,14 @@ void DatabaseHelper::addRecord(const std::string& table, const std::string& key,
 
 void DatabaseHelper::removeRecord(const std::string& table, const std::string& key) {
     checkKey(key);
-    requireUnlessMissing(runPostmap({"-d", key, table}, {}, {}));
+    runByKeys(table, TableLock::Mode::Exclusive, {"-d", key, table}, {}, {});
 }
 
 std::vector<DatabaseHelper::Record> DatabaseHelper::findRecords(const std::string& table,
                                                                 const std::vector<std::string>& keys) {
     std::string answer;
-    requireUnlessMissing(
-        runPostmap({"-q", "-", table}, keyLines(keys.begin(), keys.end()), process::makeStringReceiver(answer)));
+    runByKeys(table, TableLock::Mode::Shared, {"-q", "-", table}, keyLines(keys.begin(), keys.end()),
+              process::makeStringReceiver(answer));
     std::vector<Record> found;
     std::istringstream lines(answer);
     for (std::string line; std::getline(lines, line);) {

@@ -1,8 +1,8 @@
 // The one place that knows how records of a lookup table are added, removed, found, replaced and filtered: through
 // postmap(1), never by hand. Tables are named by their full map names (postfix/tables.h).
 //
-// Adding and removing touch the hash map alone and take no lock of ours; replacing and filtering rewrite the whole
-// table under its lock. A record that is added between the dump and the rebuild of a rewrite is lost with the old map.
+// Adding and removing touch the hash map alone; replacing and filtering rewrite the whole table. The table's lock
+// (postfix/table_lock.h) keeps them apart.
 #pragma once
 
 #include <functional>
@@ -75,15 +75,12 @@ public:
 
     /// Passes every record through a copy of the line filter and rebuilds the table from what it keeps, unless every
     /// record came out as it went in; answers whether the table was rebuilt. `armUndo` is called as soon as the table
-    /// holds the new records, before anything else can fail.
+    /// holds the new records, before anything else can fail; when it throws, or was not called, the table is as before.
     template <typename LineFilter>
     static bool filterRecords(const std::string& table, const LineFilter& filter,
                               const std::function<void()>& armUndo = {}) {
         TableRewrite rewrite(table);
-        database::DataStreamFilter<LineFilter> stream(filter, rewrite.text());
-        rewrite.dump([&stream](const std::vector<char>& chunk) { stream.filterChunk(chunk); });
-        stream.filterTail();
-        if (!stream.changed()) {
+        if (!rewrite.filter(filter)) {
             return false;
         }
         rewrite.rebuild({}, armUndo);

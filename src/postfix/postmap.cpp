@@ -2,6 +2,7 @@
 // shape that all Postfix tools give their diagnostics: "program: severity: message".
 #include "postfix/postmap.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 
@@ -55,8 +56,8 @@ bool PostmapResult::succeeded() const noexcept {
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-bool PostmapResult::killed() const noexcept {
-    return WIFSIGNALED(status);
+bool PostmapResult::succeededUnlessMissing() const {
+    return succeeded() || (WIFEXITED(status) && WEXITSTATUS(status) == 1 && holdsNoError(diagnostics, false));
 }
 
 std::string PostmapResult::reason() const {
@@ -64,14 +65,19 @@ std::string PostmapResult::reason() const {
 }
 
 PostmapResult runPostmap(const std::vector<std::string>& arguments, const process::Producer& input,
-                         const process::Consumer& output) {
+                         const process::Consumer& output, int lock) {
     using process::ProcessLaunch;
 
     const MapSecond second(arguments.back());
     PostmapResult result;
     process::Parameters<process::PipeProcessFlags> postmap(kPostmap);
     postmap.argv.insert(postmap.argv.end(), arguments.begin(), arguments.end());
-    postmap.beforeExec = unblockChildSignal;
+    postmap.beforeExec = [lock] {
+        unblockChildSignal();
+        if (lock != -1) {
+            ::fcntl(lock, F_SETFD, 0);
+        }
+    };
     postmap.stderrChannel = {ProcessLaunch::PIPE, process::makeStringReceiver(result.diagnostics)};
 
     process::Pipe pipe(postmap);

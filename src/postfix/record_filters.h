@@ -5,6 +5,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 #include <iostream>
 #include <ostream>
@@ -78,13 +79,19 @@ public:
 
     /// Whether any line so far was dropped, or came out with another text of key or value.
     bool changed() const noexcept { return changed_; }
+    /// Lines that came.
+    std::size_t read() const noexcept { return read_; }
+    /// Lines that were written and will be read as a record, not as a comment or as more of the line before.
+    std::size_t written() const noexcept { return written_; }
 
 private:
     void finishLine() {
+        ++read_;
         original_.assign(pending_);
         const bool kept = filter_(pending_);
         if (kept) {
             kept_.append(pending_).append(1, '\n');
+            written_ += pending_.empty() || pending_.front() == '#' || isListSep(pending_.front()) ? 0U : 1U;
         }
         changed_ = changed_ || !kept || !isSameRecord();
         pending_.clear();
@@ -113,6 +120,8 @@ private:
     std::string original_;  ///< the line as it came
     std::string kept_;      ///< lines to be written
     bool changed_ = false;
+    std::size_t read_ = 0;
+    std::size_t written_ = 0;
 };
 
 /// Line filter: runs one filter on the key and one on the value. What it keeps comes out as key, one blank, value.

@@ -95,7 +95,7 @@ void StepJournal::rememberTarget(const database::RecordView& record) {
 
 void StepJournal::restore(const std::string& table, const LineFilter& forward) const {
     TableRewrite rewrite(table);
-    restore([&rewrite](const process::Consumer& consumer) { rewrite.dump(consumer); }, forward, rewrite.text());
+    restore([&table](const process::Consumer& consumer) { dumpTable(table, consumer); }, forward, rewrite.text());
     rewrite.rebuild();
 }
 

@@ -41,10 +41,6 @@ constexpr std::chrono::milliseconds kMasterHears{20};
 /// From the start of a resolver to its first answer pass some 10 ms, more on a busy machine.
 constexpr std::chrono::milliseconds kFirstAnswer{500};
 
-std::string mapFile(const std::string& table) {
-    return table.substr(table.find(':') + 1) + ".db";
-}
-
 /// Zero for a missing file.
 struct timespec modificationTime(const std::string& file) {
     struct stat found {};

@@ -1,16 +1,20 @@
-// Dump and rebuild of a table under its lock, through a text source that removes itself.
+// Dump and rebuild of a table under its locks, through a text source that removes itself.
 #include "postfix/table_rewrite.h"
 
+#include <ext/stdio_filebuf.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <vector>
+#include <optional>
+#include <utility>
 
+#include "postfix/map_copy.h"
 #include "postfix/postfix_errors.h"
 #include "postfix/postmap.h"
-#include "process/descriptors.h"
+#include "postfix/tables.h"
 #include "process/retry.h"
 
 namespace kavro::mail::postfix {
@@ -18,29 +22,8 @@ namespace kavro::mail::postfix {
 namespace {
 
 /// Large tables are written through here: few system calls matter more than memory.
-constexpr std::streamsize kBufferSize = 65536;
-
-/// The part after the map type; the whole name when there is no type.
-std::string textSourcePath(const std::string& table) {
-    return table.substr(table.find(':') + 1);
-}
-
-/// Keeps writers off a hash map while it is dumped. "postmap -s" locks the file for single reads only, and a map that
-/// grows between two of them is read with records missing. Adding and rebuilding runs wait for an exclusive flock(2) on
-/// the same file, readers share it.
-class MapReadLock {
-public:
-    explicit MapReadLock(const std::string& mapFile)
-        : file_(retryInterrupted([&] { return ::open(mapFile.c_str(), O_RDONLY | O_CLOEXEC); })) {
-        // A map that cannot be opened is postmap's to report.
-        if (!file_.empty()) {
-            checkedCall("flock", [this] { return ::flock(file_.get(), LOCK_SH); });
-        }
-    }
-
-private:
-    FdOwner file_;
-};
+constexpr std::size_t kBufferSize = 65536;
+constexpr mode_t kTextSourceMode = 0644;
 
 void require(const PostmapResult& result) {
     if (!result.succeeded()) {
@@ -48,33 +31,66 @@ void require(const PostmapResult& result) {
     }
 }
 
+/// postmap ends with status 0 when it could not read its text source to the end. What it leaves out on purpose (a key
+/// that was there before, a line that is no record) it names in a line each. The count of the old map tells whether
+/// counts can be relied on: it has to be that of its dump.
+void requireRecords(const std::string& table, const std::optional<std::uint32_t>& before, std::size_t dumped,
+                    std::size_t written, const std::string& diagnostics) {
+    if (!before || *before != dumped) {
+        return;
+    }
+    const LockedMap map(table, LOCK_SH);
+    const std::optional<std::uint32_t> after = map.empty() ? std::nullopt : recordCount(map.descriptor());
+    const auto leftOut = static_cast<std::size_t>(std::count(diagnostics.begin(), diagnostics.end(), '\n'));
+    if (after && *after + leftOut < written) {
+        throw PostfixConfigurationError("only " + std::to_string(*after) + " of " + std::to_string(written) +
+                                        " records reached the table " + table);
+    }
+}
+
+TableLock beginRewrite(const std::string& table) {
+    TableLock lock(table, TableLock::Mode::Exclusive);
+    requireRegularMap(table);
+    putMapCopyBack(table);
+    return lock;
+}
+
 }  // namespace
 
-AutocleanOFStream::AutocleanOFStream(const std::string& path)
-    : path_(path), buffer_(std::make_unique<char[]>(kBufferSize)) {
-    // Only a buffer set before the file is opened is used.
-    rdbuf()->pubsetbuf(buffer_.get(), kBufferSize);
+AutocleanOFStream::AutocleanOFStream(const std::string& path) : path_(path) {
     ::unlink(path_.c_str());
-    open(path_, std::ios::out | std::ios::trunc);
+    const int fd = retryInterrupted(
+        [&] { return ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kTextSourceMode); });
+    if (fd == -1) {
+        setstate(std::ios::failbit);
+        return;
+    }
+    // The standard stream itself opens by name only, and not exclusively.
+    __gnu_cxx::stdio_filebuf<char> file(fd, std::ios::out, kBufferSize);
+    static_cast<std::filebuf&>(*rdbuf()) = std::move(file);
 }
 
 AutocleanOFStream::~AutocleanOFStream() {
-    const int savedErrno = errno;
-    // Closed here, while the buffer lives; what cannot be flushed any more does not matter, the file goes.
+    const ErrnoKeeper keeper;
+    // What cannot be flushed any more does not matter, the file goes.
     exceptions(std::ios::goodbit);
     close();
     ::unlink(path_.c_str());
-    errno = savedErrno;
-}
-
-TableRewrite::TableRewrite(const std::string& table)
-    : table_(table), path_(textSourcePath(table)), lock_(path_, MKLock::kHashedName, MKLock::kWait), text_(path_) {
-    text_.exceptions(std::ios::badbit | std::ios::failbit);
 }
 
 void dumpTable(const std::string& table, const process::Consumer& consumer) {
-    const MapReadLock lock(textSourcePath(table) + ".db");
+    // "postmap -s" locks the map for single reads only, and a map that grows between two of them is read with records
+    // missing. Adding and rebuilding runs wait for an exclusive flock(2) on the same file, readers share it.
+    const LockedMap map(table, LOCK_SH);
     require(runPostmap({"-s", table}, {}, consumer));
+}
+
+TableRewrite::TableRewrite(const std::string& table)
+    : table_(table),
+      textLock_(textSourcePath(table), MKLock::kHashedName, MKLock::kWait),
+      tableLock_(beginRewrite(table)),
+      text_(textSourcePath(table)) {
+    text_.exceptions(std::ios::badbit | std::ios::failbit);
 }
 
 void TableRewrite::rebuild(const std::string& option, const std::function<void()>& built) {
@@ -83,10 +99,14 @@ void TableRewrite::rebuild(const std::string& option, const std::function<void()
     if (!option.empty()) {
         arguments.insert(arguments.begin(), option);
     }
-    require(runPostmap(arguments, {}, {}));
+    MapCopy before(table_);
+    const PostmapResult result = runPostmap(arguments, {}, {}, tableLock_.descriptor());
+    require(result);
+    requireRecords(table_, before.records(), dumped_, written_, result.diagnostics);
     if (built) {
         built();
     }
+    before.discard();
 }
 
 }  // namespace kavro::mail::postfix

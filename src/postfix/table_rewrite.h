@@ -1,12 +1,15 @@
-// A whole table written anew through its text source: lock, text, rebuild. Everything that replaces or filters a table
+// A whole table written anew through its text source: locks, text, rebuild. Everything that replaces or filters a table
 // goes through here.
 #pragma once
 
+#include <cstddef>
 #include <fstream>
 #include <functional>
-#include <memory>
 #include <string>
+#include <vector>
 
+#include "postfix/record_filters.h"
+#include "postfix/table_lock.h"
 #include "process/pipe.h"
 #include "util/lock_file.h"
 
@@ -15,7 +18,7 @@ namespace kavro::mail::postfix {
 /// A new file for writing; the destructor closes and unlinks it and keeps errno. Check the stream after construction.
 class AutocleanOFStream : public std::ofstream {
 public:
-    /// What a crash, or somebody else, left under that name is unlinked first, so that no link is written through.
+    /// What a crash, or somebody else, left under that name is unlinked first; what is there even then is not opened.
     explicit AutocleanOFStream(const std::string& path);
     AutocleanOFStream(const AutocleanOFStream&) = delete;
     AutocleanOFStream& operator=(const AutocleanOFStream&) = delete;
@@ -23,35 +26,49 @@ public:
 
 private:
     std::string path_;
-    std::unique_ptr<char[]> buffer_;
 };
 
-/// Hands every record of the table to the consumer, in pieces of any size, a line each. No writer changes the table
-/// meanwhile. Throws PostfixConfigurationError.
+/// Hands every record of the table to the consumer, in pieces of any size; nobody writes to the table's map meanwhile.
+/// Throws PostfixConfigurationError.
 void dumpTable(const std::string& table, const process::Consumer& consumer);
 
-/// Holds the table's lock and its text source; whatever happens, the destructor removes the text source, then gives the
-/// lock back. The table itself changes in rebuild() only.
+/// Holds the table's locks and its text source; whatever happens, the destructor removes the text source, then gives
+/// the locks back. The table itself changes in rebuild() only.
 class TableRewrite {
 public:
-    /// Waits for the lock and opens the text source, whose stream throws on every failure from then on.
+    /// Waits for the locks, puts back the table that a killed rebuild left half-made, and opens the text source, whose
+    /// stream throws on every failure from then on. Throws PostfixConfigurationError and SystemError.
     explicit TableRewrite(const std::string& table);
     TableRewrite(const TableRewrite&) = delete;
     TableRewrite& operator=(const TableRewrite&) = delete;
 
     /// What is written here is what the table will hold: one record a line, key, blank, value.
     std::ostream& text() noexcept { return text_; }
-    /// dumpTable for this table.
-    void dump(const process::Consumer& consumer) { dumpTable(table_, consumer); }
+
+    /// Passes every record of the table through a copy of the line filter into the text source; answers whether any was
+    /// dropped or came out with another text. Throws PostfixConfigurationError.
+    template <typename LineFilter>
+    bool filter(const LineFilter& lineFilter) {
+        database::DataStreamFilter<LineFilter> stream(lineFilter, text_);
+        dumpTable(table_, [&stream](const std::vector<char>& chunk) { stream.filterChunk(chunk); });
+        stream.filterTail();
+        dumped_ = stream.read();
+        written_ = stream.written();
+        return stream.changed();
+    }
+
     /// Closes the text source and builds the table from it, with options of postmap(1) before the table's name when
-    /// given. `built` is called as soon as the table holds the new records. Throws PostfixConfigurationError.
+    /// given. `built` is called as soon as the table holds the new records. Whatever fails, `built` included, the table
+    /// is put back as it was. Throws PostfixConfigurationError and SystemError.
     void rebuild(const std::string& option = {}, const std::function<void()>& built = {});
 
 private:
     std::string table_;
-    std::string path_;
-    MKLock lock_;
+    MKLock textLock_;
+    TableLock tableLock_;
     AutocleanOFStream text_;
+    std::size_t dumped_ = 0;
+    std::size_t written_ = 0;
 };
 
 }  // namespace kavro::mail::postfix

@@ -27,6 +27,16 @@ inline constexpr const char* kDomainAliasMarker = "1";
 /// The tool that makes every change to a table.
 inline constexpr const char* kPostmap = "/usr/sbin/postmap";
 
+/// The path of a table's text source: the part after the map type, the whole name when there is none.
+inline std::string textSourcePath(const std::string& table) {
+    return table.substr(table.find(':') + 1);
+}
+
+/// The path of its hash map.
+inline std::string mapFile(const std::string& table) {
+    return textSourcePath(table) + ".db";
+}
+
 /// Mailname, "@", domain: the key and value of most records.
 inline std::string addressOf(const std::string& name, const std::string& domain) {
     return name + '@' + domain;

@@ -106,6 +106,11 @@ int rm_lock(mk_lock_t* lock) {
 
 namespace kavro {
 
+int openHashedLockFile(const std::string& name) {
+    const CString path(lockFilePath(name.c_str(), true));
+    return path == nullptr ? -1 : openLockFile(path.get(), true);
+}
+
 MKLock::MKLock(const std::string& name, int FilenameFlag, int BlockFlag) {
     if (BlockFlag != kWait && BlockFlag != kFailAtOnce) {
         return;

@@ -26,6 +26,10 @@ int rm_lock(mk_lock_t* lock);
 
 namespace kavro {
 
+/// Opens the lock file of a name under LOCK_FILES_D, makes it when it is missing, and locks nothing. A close-on-exec
+/// descriptor of 3 or more, or -1 with errno.
+int openHashedLockFile(const std::string& name);
+
 /// A lock held for a scope.
 class MKLock {
 public:

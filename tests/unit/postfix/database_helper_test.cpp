@@ -112,6 +112,8 @@ TEST_F(DatabaseHelperTest, FailedRunsCarryTheDiagnosticsAndChangeNothing) {
     usePostmap("exit 1");
     EXPECT_NO_THROW(remove());
     EXPECT_NO_THROW(removeSeveral());
+    usePostmap("exit 127");
+    EXPECT_EQ(thrownBy<PostfixDatabaseError>(removeSeveral), "");
     usePostmap("exit 0");
     const Records more(20000, {"new@x", "v"});
     EXPECT_THROW(DatabaseHelper::addRecords(kVirtualTable, more.begin(), more.end()), SystemError);
@@ -166,6 +168,7 @@ TEST_F(DatabaseHelperTest, NoStandingRecordIsLostWhileOthersAdd) {
                     .c_str(),
                 "r");
     for (int i = 0; i < 8; ++i) {
+        add();
         filter();
     }
     EXPECT_EQ(std::getc(writers), EOF);  // all of them have ended

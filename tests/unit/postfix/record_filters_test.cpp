@@ -39,6 +39,36 @@ TEST(DataStreamFilter, CutsLinesAlikeWhereverAChunkEnds) {
     EXPECT_EQ(reports.str(), "invalid key/value 'malformed'\n");
 }
 
+TEST(DataStreamFilter, TellsWhetherARecordCameOutAsAnotherText) {
+    struct Case {
+        const char* dump;
+        bool changed;
+        std::size_t written;
+    };
+    for (const Case& c : {Case{"a@x\t1, 2\nb@x\t2\n", false, 2},
+                          {"a@x\t1,2\n", true, 1},
+                          {"a@x 1\n", true, 1},
+                          {"a@x\t\t1\n", true, 1},
+                          {"a@x\t1 \nb@x\t1\n", true, 2},
+                          {"a@x\t1\nd@y\t1\n", true, 1},
+                          {"a@x\t1\nold\t1\n", true, 2},
+                          {"#a\t1\n\t1\nb\t1\n", false, 1},
+                          {"", false, 0}}) {
+        std::ostringstream out;
+        const auto edit = [](std::string& item) {
+            item = item == "old" ? "new" : item;
+            return item != "d@y";
+        };
+        const ElementsFilter filter(edit);
+        DataStreamFilter stream(filter, out);
+        const std::string dump = c.dump;
+        stream.filterChunk(std::vector<char>(dump.begin(), dump.end()));
+        stream.filterTail();
+        EXPECT_EQ(stream.changed(), c.changed) << dump;
+        EXPECT_EQ(stream.written(), c.written) << dump;
+    }
+}
+
 TEST(ValueListFilter, WritesEverySeparatorAnew) {
     for (const char* list : {"a@x,b@y", "a@x  b@y", "a@x,\tb@y", "a@x , b@y", "a@x\v\f\r,b@y", ",a@x,,b@y,"}) {
         EXPECT_EQ(filtered(ElementsFilter(KeepAll()), std::string("k \t") + list + " \t\n"), "k a@x, b@y\n") << list;

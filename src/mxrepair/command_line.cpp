@@ -12,8 +12,10 @@
 #include <string_view>
 #include <vector>
 
+#include "mxrepair/backup.h"
 #include "mxrepair/check.h"
 #include "mxrepair/init.h"
+#include "mxrepair/listing.h"
 #include "mxrepair/sync.h"
 #include "util/idn.h"
 #include "util/names.h"
@@ -30,6 +32,10 @@ constexpr const char* kUsage =
     "       mxrepair --fix [--domain=NAME] [--json]\n"
     "       mxrepair --fix --finish-rename=OLD:NEW | --undo-rename=OLD:NEW\n"
     "       mxrepair --sync --wait-stdin\n"
+    "       mxrepair --list [--domain=NAME] [--json]\n"
+    "       mxrepair --show=NAME [--json]\n"
+    "       mxrepair --backup=DIR\n"
+    "       mxrepair --restore=DIR\n"
     "       mxrepair --help\n"
     "\n"
     "  --init  makes the directories, lookup tables and databases of mxadmin that are missing,\n"
@@ -39,6 +45,10 @@ constexpr const char* kUsage =
     "  --fix   mends what has one right answer and tells what it leaves. Status 1: something is left.\n"
     "  --sync  makes what the domains of the session documents lack, but passwords, and removes what\n"
     "          they no longer name, but homes.\n"
+    "  --list  tells the node's domains with all their names, quotas and logins.\n"
+    "  --show  tells what is known of a domain, a domain alias or an address. Status 1: nothing.\n"
+    "  --backup   writes tables, databases and keys into a new directory, but no mail.\n"
+    "  --restore  puts such a backup in their place, and says what it replaces.\n"
     "  --help  displays this help message\n"
     "\n"
     "  --domain=NAME  only this domain and its aliases\n"
@@ -70,6 +80,10 @@ constexpr std::array kModes = {
     Mode{"init", false, false, false, false, false, &runInit, kFailure},
     Mode{"check", false, true, true, true, false, &runCheck, kCouldNotLook},
     Mode{"sync", false, false, false, true, false, &runSync, kFailure},
+    Mode{"list", false, true, true, false, false, &runList, kFailure},
+    Mode{"show", true, false, true, false, false, &runShow, kFailure},
+    Mode{"backup", true, false, false, false, false, &runBackup, kFailure},
+    Mode{"restore", true, false, false, false, false, &runRestore, kFailure},
     Mode{"fix", false, true, true, false, true, &runFix, kFailure},
 };
 

@@ -153,8 +153,11 @@ void makeMissingLookupTables(std::ostream& report) {
     }
 }
 
-/// Hashed by the lock into a file name, like the names of tables.
-constexpr const char* kLockName = "mxrepair --init";
+void makeStoreDirectories(std::ostream& report) {
+    for (const Directory& directory : storeDirectories()) {
+        makeMissingDirectory(directory, report);
+    }
+}
 
 /// What cannot be made here, and must be there before anything is made.
 void checkPrerequisites() {
@@ -185,14 +188,19 @@ bool fileExists(const char* path) {
     return false;
 }
 
+void makeMissingDirectories(std::ostream& report) {
+    checkPrerequisites();
+    makeMissingDirectory(lockDirectory(), report);
+    const kavro::MKLock lock(kStoresLock, kavro::MKLock::kHashedName, kavro::MKLock::kWait);
+    makeStoreDirectories(report);
+}
+
 void makeMissingStores(std::ostream& report) {
     checkPrerequisites();
     // The lock lives in the first directory, so that one is made without it.
     makeMissingDirectory(lockDirectory(), report);
-    const kavro::MKLock lock(kLockName, kavro::MKLock::kHashedName, kavro::MKLock::kWait);
-    for (const Directory& directory : storeDirectories()) {
-        makeMissingDirectory(directory, report);
-    }
+    const kavro::MKLock lock(kStoresLock, kavro::MKLock::kHashedName, kavro::MKLock::kWait);
+    makeStoreDirectories(report);
     makeMissingLookupTables(report);
     makeMissingAuthDatabase(report);
     makeMissingHandlersDatabase(report);

@@ -10,6 +10,12 @@ namespace mxrepair {
 /// Throws std::runtime_error (or SystemError) with a text for the operator; what was made before it stays.
 void makeMissingStores(std::ostream& report);
 
+/// Makes the directories of the stores alone. Throws as makeMissingStores does.
+void makeMissingDirectories(std::ostream& report);
+
+/// Name of the lock that making, backup and restoration of stores take turns by.
+inline constexpr const char* kStoresLock = "mxrepair --init";
+
 /// The account that the mail server runs as.
 inline constexpr const char* kPostfixUser = "postfix";
 

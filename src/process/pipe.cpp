@@ -173,7 +173,9 @@ private:
             writable_.add(input_.fd());
         }
         checkedCall("select", [this] {
-            return ::select(DescriptorSet::kSize, readable_.native(), writable_.native(), nullptr, nullptr);
+            // The end of a child that could not be told through the control pipe is found after a second.
+            timeval limit{1, 0};
+            return ::select(DescriptorSet::kSize, readable_.native(), writable_.native(), nullptr, &limit);
         });
     }
 

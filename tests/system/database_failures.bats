@@ -25,9 +25,9 @@ users|INSERT|1|+auth +handlers +keys +virtual|Unable to clone auth record for sa
 users|INSERT|1|+virtual|injected|add-alias --mailname=info --alias=neu
 users|INSERT|1|+storage -storage|Unable to set password for mailname bob@d.test|add-mailbox --mailname=bob
 users|INSERT|1||Unable to set password for mailname info@d.test|set-password --mailname=info
-users|UPDATE|255|+storage +virtual +vmailbox -storage -virtual -vmailbox|injected|rename-mailname --old-mailname=info --new-mailname=chef
+users|UPDATE|255||injected|rename-mailname --old-mailname=info --new-mailname=chef
 handlers|DELETE|255|+auth -auth -storage -virtual -vmailbox|injected|remove-mailname --mailname=info
-handlers|INSERT|255|+auth +storage +virtual +vmailbox -auth -handlers -storage -virtual -vmailbox|injected|rename-mailname --old-mailname=info --new-mailname=chef
+handlers|INSERT|255||injected|rename-mailname --old-mailname=info --new-mailname=chef
 handlers|INSERT|1|+auth +virtual|Unable to clone mail handlers for neu@d.test|add-alias --mailname=info --alias=neu
 handlers|INSERT|0|+auth +keys +virtual|WARNING: unable to clone all mail handlers for n.test|add-domain-alias --domain-alias-name=n.test --set-reject
 handlers|DELETE|0|-auth -keys -virtual|WARNING: unable to properly remove mail handlers for a2.test|del-domain-alias --domain-alias-name=a2.test

@@ -24,14 +24,14 @@ all_at_once() {
   done | sorted)" "$(changes)"
 }
 
-@test "10 domains added at once all get their domain record; no older record is lost, no table damaged" {
+@test "10 domains added at once all get their records; no older record is lost" {
   seq -f 'old%g@other.test x@other.test' 500 | postmap -r -i hash:$TABLES/virtual
   remember
   all_at_once < <(printf 'mxadmin --add-domain --domain-name=d%d.test\n' {1..10})
-  # An addition is not ordered against another command's rewrite of the table: new standard addresses may fall to it.
-  same "all but the standard addresses" "$(for i in {1..10}; do
+  same "what they added" "$(for i in {1..10}; do
+    standard + d$i.test
     printf '+virtual_domains: d%d.test d%d.test/\n+storage: d 750 popuser:popuser d%d.test\n' $i $i $i
-  done | sorted)" "$(changes | grep -v '^+virtual: [a-z-]*@d[0-9]*\.test [a-z-]*@localhost.localdomain$')"
+  done | sorted)" "$(changes)"
   # A map that grew while it is dumped would be read with records missing.
   replace_postmap "[ \$1 != -s ] || ! flock -n -x $TABLES/virtual.db true || touch /tmp/writable; real \"\$@\""
   all_at_once <<<"mxadmin --add-domain --domain-name=d.test"

@@ -156,28 +156,6 @@ TEST_F(DatabaseHelperTest, TextSourceIsNeverWrittenThroughALeftover) {
     EXPECT_EQ(dump(kVirtualTable), (Table{{"new@x", "v"}}));
 }
 
-TEST_F(DatabaseHelperTest, NoStandingRecordIsLostWhileOthersAdd) {
-    Table standing;
-    for (int i = 0; i < 20000; ++i) {
-        standing["standing" + std::to_string(i) + "@y"] = "v";
-    }
-    fill(kVirtualTable, standing);
-    std::FILE* const writers =
-        ::popen(("for w in 1 2 3 4; do for r in 1 2 3 4 5 6 7 8; do seq -f added$w-$r-%g@y' v' 300 | " + kRealPostmap +
-                 " -r -i " + kVirtualTable + "; done & done; wait")
-                    .c_str(),
-                "r");
-    for (int i = 0; i < 8; ++i) {
-        add();
-        filter();
-    }
-    EXPECT_EQ(std::getc(writers), EOF);  // all of them have ended
-    ::pclose(writers);
-    Table left = dump(kVirtualTable);
-    std::erase_if(left, [](const auto& record) { return record.first.starts_with("added"); });
-    EXPECT_EQ(left.size(), standing.size());
-}
-
 TEST_F(DatabaseHelperTest, ABatchAddsThenRemovesTableByTable) {
     fill(kVirtualTable, {{"old@x", "1"}});
     const std::vector<std::string> keys{"old@x", "both@x"};

@@ -3,6 +3,9 @@
 
 #include <sys/prctl.h>
 
+#include <algorithm>
+#include <cctype>
+#include <chrono>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -16,6 +19,7 @@
 #include "process/end_signals.h"
 #include "process/report_exception.h"
 #include "util/kavro_util_exception.h"
+#include "util/log.h"
 
 namespace {
 
@@ -36,6 +40,30 @@ public:
 private:
     const int former_ = ::prctl(PR_GET_DUMPABLE);
 };
+
+/// One line of the system log for a command that changed something, or tried to: its word, the names that it was given,
+/// its status and how long it took. Lists, texts and quotas are left out.
+void recordCommand(int argc, char** argv, int status, std::chrono::steady_clock::time_point start) {
+    std::string line = argc < 2 ? "" : argv[1];
+    for (int i = 2; i < argc; ++i) {
+        const std::string_view word = argv[i];
+        const std::string_view option = word.substr(0, word.find('='));
+        if (!option.starts_with("--") || (!option.ends_with("name") && option != "--alias")) {
+            continue;
+        }
+        line.append(1, ' ').append(word);
+        if (option == word && i + 1 < argc) {
+            line.append(1, '=').append(argv[++i]);
+        }
+    }
+    // A name that was refused may hold anything, and a line of the log is one line.
+    std::replace_if(
+        line.begin(), line.end(), [](unsigned char c) { return std::iscntrl(c) != 0; }, '?');
+    const auto elapsed =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+    line += " status=" + std::to_string(status) + " ms=" + std::to_string(elapsed.count());
+    kavro_log_to_system_only(KAVRO_LOG_INFO, line.c_str());
+}
 
 int reportingErrors(CommandHandler entry, int argc, char** argv) {
     try {
@@ -77,7 +105,11 @@ int do_main(int argc, char** argv) {
 }
 
 int runGuarded(CommandHandler entry, int argc, char** argv) {
+    const auto start = std::chrono::steady_clock::now();
     const int status = reportingErrors(entry, argc, argv);
+    if (kavro::process::endSignalsDeferred()) {
+        recordCommand(argc, argv, status, start);
+    }
     kavro::process::actOnEndSignals();
     return status;
 }

@@ -62,6 +62,10 @@ void deferEndSignals() {
     }
 }
 
+bool endSignalsDeferred() noexcept {
+    return deferred;
+}
+
 void actOnEndSignals() noexcept {
     giveBack();
     for (EndSignal& signal : endSignals) {

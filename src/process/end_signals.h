@@ -7,6 +7,9 @@ namespace kavro::process {
 /// they have the actions that this process had, and its signal mask. A second call does nothing. Throws SystemError.
 void deferEndSignals();
 
+/// Whether they wait now.
+bool endSignalsDeferred() noexcept;
+
 /// Gives the signals their former actions back and raises those that came meanwhile: with the usual actions the process
 /// ends here. Does nothing when none was deferred.
 void actOnEndSignals() noexcept;

@@ -50,6 +50,10 @@ __attribute__((format(printf, 2, 3))) void logToSystem(int priority, const char*
     va_end(args);
 }
 
+/// What the system log was opened with; null: it was not.
+const char* openedAs = nullptr;
+int openedWith = 0;
+
 }  // namespace
 
 void kavro_log_init(const char* location, int level, int facility, int options, const char* ident) {
@@ -63,11 +67,22 @@ void kavro_log_init(const char* location, int level, int facility, int options, 
         }
     } else {
         ::closelog();
-        ::openlog(ident, options | LOG_PID, facility);
+        openedAs = ident;
+        openedWith = options | LOG_PID;
+        ::openlog(openedAs, openedWith, facility);
         kavro_log = logToSystem;
         kavro_logv = logToSystemV;
     }
     kavro_log_set_level(level);
+}
+
+void kavro_log_to_system_only(int priority, const char* text) {
+    if (LogLocation == nullptr && openedAs != nullptr) {
+        const kavro::ErrnoKeeper keeper;
+        ::openlog(openedAs, openedWith & ~LOG_PERROR, LogFacility);
+        ::syslog(priority, "%s", text);
+        ::openlog(openedAs, openedWith, LogFacility);
+    }
 }
 
 void kavro_log_set_level(int level) {

@@ -29,6 +29,9 @@ enum : int {
 /// number, 16 for mail) and `ident`, which must outlive the log; else the console logger ("console", "stderr", any
 /// other name drops everything).
 void kavro_log_init(const char* location, int level, int facility, int options, const char* ident);
+/// One line for the system log alone, not for standard error, whatever kavro_log_init was told; nothing where another
+/// log is in use. Keeps errno.
+void kavro_log_to_system_only(int priority, const char* text);
 /// Sets the highest priority number that is let through; also the system log's mask when that is in use.
 void kavro_log_set_level(int level);
 

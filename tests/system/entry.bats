@@ -215,3 +215,26 @@ commands() {
     same "signal $signal" "root $((128 + signal))" "$owner $status"
   done
 }
+
+@test "a command that changed something is one line of the system log, and of nothing else" {
+  reset_stores
+  python3 -c 'import socket, sys
+log = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+log.bind("/dev/log")
+while True: print(log.recv(9000).decode(), file=open("/tmp/syslog", "a"), flush=True)' &
+  local listener=$!
+  until [ -S /dev/log ]; do sleep 0.05; done
+  with "$SAMPLE" mxadmin --add-domain --domain-name=D.test --wait-stdin
+  [ "$status$err$out" = 0 ]
+  ZCP_PASSWORD=verysecret with "$SAMPLE" mxadmin --set-password --domain-name d.test --mailname=info --mail-addresses=x
+  with "" mxadmin --rename-domain --old-domain-name=no.test --new-domain-name=new.test
+  with "" mxadmin --get-mailbox-size --domain-name=d.test --mailname=info
+  mxadmin --add-alias --help >/dev/null
+  kill $listener
+  rm /dev/log
+  same "log" "<22> mxadmin: --add-domain --domain-name=D.test status=0 ms
+<22> mxadmin: --set-password --domain-name=d.test --mailname=info status=0 ms
+<22> mxadmin: --rename-domain --old-domain-name=no.test --new-domain-name=new.test status=1 ms" \
+    "$(sed -nE 's/^(<[0-9]+>).*(mxadmin)\[[0-9]+\](: --.* ms)=[0-9]+.?$/\1 \2\3/p' /tmp/syslog)"
+  ! grep -q verysecret /tmp/syslog
+}

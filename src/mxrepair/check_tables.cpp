@@ -57,13 +57,16 @@ bool isTruncated(const std::string& path) {
            status.st_size < static_cast<off_t>((std::uint64_t{lastPage} + 1) * pageSize);
 }
 
-/// A copy beside the map means that a rebuild was cut short: the copy is the table as it was.
-void checkCopy(CheckContext& context, const char* table) {
+/// A copy beside the map means that a rebuild was cut short: the copy is the table as it was. False when the table is not
+/// to be read before that is put back.
+bool checkCopy(CheckContext& context, const char* table) {
     const std::string copy = mapFile(table) + ".before";
-    if (fileExists(copy.c_str()) && !isInUse(textSourcePath(table))) {
-        context.findings.add({mapName(table), copy, "", "a rebuild of the table was cut short",
-                              "puts the table back as it was before", [table] { putBackInterruptedRebuild(table); }});
+    if (!fileExists(copy.c_str()) || isInUse(textSourcePath(table))) {
+        return true;
     }
+    context.findings.add({mapName(table), copy, "", "a rebuild of the table was cut short",
+                          "puts the table back as it was before", [table] { putBackInterruptedRebuild(table); }});
+    return context.findings.fixing();
 }
 
 bool loadOne(CheckContext& context, const char* table) {
@@ -224,12 +227,12 @@ void checkTableFiles(CheckContext& context) {
     context.tablesLoaded = true;
     for (const char* table : lookupTables()) {
         const std::string source = textSourcePath(table);
-        checkCopy(context, table);
+        const bool whole = checkCopy(context, table);
         if (fileExists(source.c_str()) && !isInUse(source)) {
             context.findings.add({mapName(table), source, "", "a text source that was left over", "removes it",
                                   [source] { removeFile(source); }});
         }
-        context.tablesLoaded = loadOne(context, table) && context.tablesLoaded;
+        context.tablesLoaded = whole && loadOne(context, table) && context.tablesLoaded;
     }
 }
 

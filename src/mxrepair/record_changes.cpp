@@ -3,9 +3,7 @@
 
 #include <stdexcept>
 
-#include "postfix/postfix_errors.h"
-#include "postfix/postmap.h"
-#include "postfix/table_lock.h"
+#include "postfix/database_helper.h"
 
 namespace mxrepair {
 
@@ -60,21 +58,13 @@ void RecordChanges::apply() {
             kavro::SqliteStatement rows(node_.database());
             rows.prepare("SELECT key, value FROM added WHERE map=? ORDER BY rowid");
             rows.bind(1, map.c_str());
-            const TableLock lock = beginChange(table, TableLock::Mode::Shared);
-            const PostmapResult result = runPostmap({"-r", "-i", table}, feed(rows, 2), {}, lock.descriptor());
-            if (!result.succeeded()) {
-                throw PostfixConfigurationError("cannot add to the table " + map + ": " + result.reason());
-            }
+            DatabaseHelper::addFrom(table, feed(rows, 2));
         }
         if (node_.exists("SELECT 1 FROM removed WHERE map=?", {map})) {
             kavro::SqliteStatement rows(node_.database());
             rows.prepare("SELECT DISTINCT key FROM removed WHERE map=?");
             rows.bind(1, map.c_str());
-            const TableLock lock = beginChange(table, TableLock::Mode::Exclusive);
-            const PostmapResult result = runPostmap({"-d", "-", table}, feed(rows, 1), {}, lock.descriptor());
-            if (!result.succeededUnlessMissing()) {
-                throw PostfixDatabaseError("cannot remove from the table " + map + ": " + result.reason());
-            }
+            DatabaseHelper::removeFrom(table, feed(rows, 1));
         }
     }
     node_.execute("DELETE FROM added; DELETE FROM removed");

@@ -56,6 +56,10 @@ public:
 
     static void removeRecord(const std::string& table, const std::string& key);
 
+    /// The same for lines of key, blank, value, and of keys, that the producer makes. Nothing of them is checked.
+    static void addFrom(const std::string& table, const process::Producer& records);
+    static void removeFrom(const std::string& table, const process::Producer& keys);
+
     /// The records of those keys that are there. Throws PostfixDatabaseError.
     static std::vector<Record> findRecords(const std::string& table, const std::vector<std::string>& keys);
 
@@ -134,8 +138,6 @@ private:
 
     static void checkRecord(const std::string& key, const std::string& value);
     static void checkKey(const std::string& key);
-    static void addFrom(const std::string& table, const process::Producer& records);
-    static void removeFrom(const std::string& table, const process::Producer& keys);
 };
 
 }  // namespace kavro::mail::postfix

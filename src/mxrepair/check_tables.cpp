@@ -57,8 +57,8 @@ bool isTruncated(const std::string& path) {
            status.st_size < static_cast<off_t>((std::uint64_t{lastPage} + 1) * pageSize);
 }
 
-/// A copy beside the map means that a rebuild was cut short: the copy is the table as it was. False when the table is not
-/// to be read before that is put back.
+/// A copy beside the map means that a rebuild was cut short: the copy is the table as it was. False when the table is
+/// not to be read before that is put back.
 bool checkCopy(CheckContext& context, const char* table) {
     const std::string copy = mapFile(table) + ".before";
     if (!fileExists(copy.c_str()) || isInUse(textSourcePath(table))) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "postfix/batch_database_helper.h"
+#include "postfix/database_helper.h"
 #include "storage/maildir_manager.h"
 
 namespace kavro::mail::postfix {

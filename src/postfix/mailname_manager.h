@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "postfix/batch_database_helper.h"
+#include "postfix/database_helper.h"
 #include "storage/maildir_manager.h"
 
 namespace kavro::mail::postfix {

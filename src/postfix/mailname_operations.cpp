@@ -1,4 +1,4 @@
-// Backend operations on mailnames and their aliases.
+// Backend operations on mailnames and their aliases, and on mailboxes: delivery, passwords, quotas.
 #include <cstdio>
 #include <string>
 
@@ -12,8 +12,17 @@
 #include "postfix/tables.h"
 #include "session/auth_mass_operations.h"
 #include "session/session_queries.h"
+#include "storage/maildir_manager.h"
 
 namespace kavro::mail::postfix::mxadmin_commands {
+
+namespace {
+
+unsigned char passwordFlags(const PasswordAccessor& password, bool domainDisabled) {
+    return static_cast<unsigned char>(password.flags() | (domainDisabled ? MAIL_AUTH_DOMAIN_DISABLED : 0));
+}
+
+}  // namespace
 
 int addMailname(const std::string& domain, const std::string& mailname) {
     MailnameManager::createMailname(domain, mailname);
@@ -108,6 +117,31 @@ int removeAlias(const std::string& domain, const std::string& mailname, const st
         return 1;
     }
     return mh_db_remove_addr(addressOf(alias, domain).c_str());
+}
+
+int addMailbox(const std::string& domain, const std::string& mailname, const PasswordAccessor& password,
+               bool domainDisabled) {
+    MailnameManager::enableDelivery(domain, mailname);
+    const int result = set_passwd_for_domains(mailname.c_str(), domain.c_str(), password.password(),
+                                              passwordFlags(password, domainDisabled));
+    return result == -1 ? 1 : 0;
+}
+
+int removeMailbox(const std::string& domain, const std::string& mailname) {
+    MailnameManager::disableDelivery(domain, mailname);
+    return rm_mails_from_domains(mailname.c_str(), domain.c_str()) == -1 ? 1 : 0;
+}
+
+int setPassword(const std::string& domain, const std::string& mailname, const PasswordAccessor& password,
+                bool domainDisabled) {
+    const int result = set_mass_postbox_passwd(mailname.c_str(), domain.c_str(), password.password(),
+                                               passwordFlags(password, domainDisabled));
+    return result == -1 ? 1 : 0;
+}
+
+int setMailboxDiskQuota(const std::string& domain, const std::string& mailname, long quota) {
+    MaildirPPManager::getInstance().setMailboxQuota(domain, mailname, quota);
+    return 0;
 }
 
 }  // namespace kavro::mail::postfix::mxadmin_commands

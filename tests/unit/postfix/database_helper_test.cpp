@@ -5,7 +5,6 @@
 
 #include <list>
 
-#include "postfix/batch_database_helper.h"
 #include "postfix/postfix_errors.h"
 #include "process/system_error.h"
 #include "tables_fixture.h"

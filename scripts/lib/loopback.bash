@@ -5,6 +5,10 @@ if [ ! -e /run/mxadmin-sandbox ]; then
   exit 1
 fi
 
+# The configuration that the package installs, or will.
+EXAMPLES=/usr/share/doc/mxadmin/examples
+[ -d $EXAMPLES ] || EXAMPLES=$(cd "$(dirname "${BASH_SOURCE[0]}")/../../debian/examples" && pwd -P)
+
 # free_port FIRST: a TCP port on loopback that nobody listens on.
 free_port() {
   local port

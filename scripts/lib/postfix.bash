@@ -3,7 +3,6 @@
 
 POSTFIX_LOG=/var/log/mxadmin-postfix.log
 TABLES=/var/spool/postfix/kavro
-EXAMPLES=$(cd "$(dirname "${BASH_SOURCE[0]}")/../../debian/examples" && pwd -P)
 . "$(dirname "${BASH_SOURCE[0]}")/loopback.bash"
 
 configure_postfix() {
@@ -18,6 +17,8 @@ configure_postfix() {
     default_transport='error:mail stays on this machine' disable_dns_lookups=yes
   postalias /etc/aliases
   [ -e /usr/sbin/mxdeliver ] || install "$(command -v mxdeliver)" /usr/sbin/mxdeliver
+  [ -e /usr/lib/kavro-9.0/bouncemessage ] ||
+    install -D "$(dirname "${BASH_SOURCE[0]}")/../../src/mxdeliver/bouncemessage" /usr/lib/kavro-9.0/bouncemessage
 }
 
 start_postfix() {

@@ -16,7 +16,7 @@ fi
 # Empty stores, as a new mail server has them.
 reset_stores() {
   restore_postmap
-  rm -rf "$TABLES" "$MAIL_ROOT" /var/lib/kavro "$KEYS" /usr/lib/kavro-9.0 /var/lock/files/*
+  rm -rf "$TABLES" "$MAIL_ROOT" /var/lib/kavro "$KEYS" "$PLUGINS" /var/lock/files/*
   mkdir -p "$PLUGINS" /etc/zcp
   printf 'KAVRO_MAILNAMES_D %s\n' "$MAIL_ROOT" >/etc/zcp/zcp.conf
   unset ZCP_PASSWORD ZCP_CRYPTED_PASSWORD

@@ -1,20 +1,9 @@
 # What the tables promise, by mail through a running Postfix: who gets it, and who is refused at RCPT.
 load helpers
-. "$BATS_TEST_DIRNAME/../../scripts/lib/postfix.bash"
-. "$BATS_TEST_DIRNAME/../../scripts/lib/dovecot.bash"
+. "$BATS_TEST_DIRNAME/../../scripts/lib/node.bash"
 
-# One Postfix serves all tests. It trusts no client, so that a domain that is not its own is refused.
-setup_file() {
-  mxrepair --init >/dev/null
-  start_postfix 3>&-
-  start_dovecot "$EXAMPLES" 3>&-
-  postconf -e mynetworks=192.0.2.1/32
-  export SMTP_PORT
-}
-teardown_file() {
-  stop_dovecot
-  stop_postfix
-}
+setup_file() { start_node 3>&-; }
+teardown_file() { stop_node; }
 
 setup() {
   reset_stores
@@ -34,7 +23,6 @@ delivered() {
 # refused TO ANSWER
 refused() { same "answer to RCPT TO:<$1>" "$2" "$(smtp_send sender@example.org "$1" refused)"; }
 unknown() { refused "$1" "550 5.1.1 <$1>: Recipient address rejected: User unknown in virtual $2 table"; }
-foreign() { refused "$1" "454 4.7.1 <$1>: Relay access denied"; }
 
 @test "mailnames, mail aliases and lists get their mail, also under domain aliases; unknown names are refused" {
   postmap -r -i hash:$TABLES/virtual <<<'news@d.test bob@d.test'
@@ -54,16 +42,6 @@ foreign() { refused "$1" "454 4.7.1 <$1>: Relay access denied"; }
   delivered info@n.test d.test/info
 }
 
-@test "a full mailbox is refused at RCPT, by any of its addresses" {
-  mx --set-mailbox-disk-quota --domain-name=d.test --mailname=info --disk-quota=5000
-  delivered info@d.test d.test/info
-  install -o popuser -m 0600 /etc/hostname $MAIL_ROOT/d.test/info/Maildir/cur/1.big,S=6000
-  printf '%12d%12d\n' 6000 1 >>$MAIL_ROOT/d.test/info/Maildir/maildirsize
-  refused info@d.test "552 5.2.2 <info@d.test>: Recipient address rejected: Mailbox is full"
-  refused sales@a1.test "552 5.2.2 <sales@a1.test>: Recipient address rejected: Mailbox is full"
-  delivered bob@d.test d.test/bob
-}
-
 @test "the bounce program gets exactly the text of the bounce, line feeds as blanks" {
   local text
   printf '#!/bin/sh\n{ echo $#; printf "%%s|" "$@"; } >/tmp/bounce.new; mv /tmp/bounce.new /tmp/bounce\n' |
@@ -79,35 +57,15 @@ foreign() { refused "$1" "454 4.7.1 <$1>: Relay access denied"; }
   done
 }
 
-@test "the text of a bounce reaches the sender, who is never the null sender" {
-  local text='Grüße: "no" such $name' message id
-  install -D "$BATS_TEST_DIRNAME/../../src/mxdeliver/bouncemessage" /usr/lib/kavro-9.0/bouncemessage
-  mx --add-domain-alias --domain-name=d.test --domain-alias-name=n.test --set-bounce --phrase="$text"
-  smtp_send bob@d.test nobody@n.test returned >/dev/null
-  message=$(wait_for_mail $MAIL_ROOT/d.test/bob/Maildir "Undelivered Mail Returned to Sender")
-  grep -F "$text" "$message"
-  grep -F 'Status: 5.1.1' "$message"
+@test "the null sender gets no bounce" {
+  install "$BATS_TEST_DIRNAME/../../src/mxdeliver/bouncemessage" /usr/lib/kavro-9.0/
+  mx --add-domain-alias --domain-name=d.test --domain-alias-name=n.test --set-bounce --phrase='no such'
   : >$POSTFIX_LOG
   smtp_send '' nobody@n.test unanswered >/dev/null
-  for _ in $(seq 100); do ! grep -q 'status=bounced.*no. such' $POSTFIX_LOG || break; sleep 0.1; done
+  for _ in $(seq 100); do ! grep -q 'status=bounced.*no such' $POSTFIX_LOG || break; sleep 0.1; done
+  grep 'status=bounced.*no such' $POSTFIX_LOG
   until [ "$(postqueue -p)" = 'Mail queue is empty' ]; do sleep 0.1; done
   ! grep "status=.*to=<.*@d.test>\|non-delivery notification" $POSTFIX_LOG
-}
-
-@test "a disabled domain is not Postfix's own any more, until it is enabled again" {
-  mx --turn-off-domain --domain-name=d.test
-  foreign info@d.test
-  foreign info@a1.test
-  mx --turn-on-domain --domain-name=d.test --set-reject
-  delivered info@d.test d.test/info
-  delivered sales@a1.test d.test/info
-}
-
-@test "a renamed domain gets its mail under the new name only; its aliases go on" {
-  mx --rename-domain --old-domain-name=d.test --new-domain-name=new.test
-  delivered info@new.test new.test/info
-  delivered bob@a1.test new.test/bob
-  foreign info@d.test
 }
 
 # within_two_seconds ANSWER ADDRESS COMMAND...: asks for the address before and while the command runs; two seconds

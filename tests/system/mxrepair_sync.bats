@@ -43,6 +43,7 @@ z@e.test: password missing" "$status $out$err"
   add_handler help@d.test spam
   postmap -r -i hash:$TABLES/virtual <<'END'
 hand@d.test me@elsewhere.test
+both@d.test me@elsewhere.test, info@d.test
 postmaster@a1.test me@elsewhere.test
 @a2.test info@d.test
 @d.test info@d.test
@@ -51,11 +52,14 @@ END
   postmap -d root@a1.test hash:$TABLES/virtual
   rm $MAIL_ROOT/d.test/info/.qmail
   rm -r $KEYS/a1.test
+  with "$(document off.test)" mxadmin --add-domain --domain-name=off.test
+  sql $AUTH_DB "INSERT INTO domains (name) VALUES ('off.test')"
+  with "$(document off.test)" mxadmin --turn-off-domain --domain-name=off.test
   sql $AUTH_DB "DELETE FROM users WHERE name='sales' AND dom_id<>1"
   echo mail >$MAIL_ROOT/d.test/bob/Maildir/new/1
   echo "&me@elsewhere.test" >$MAIL_ROOT/d.test/bob/.qmail
   remember
-  sync_with "$(document d.test a1.test "info=1MB:sales" other) $(document new.test)"
+  sync_with "$(document d.test a1.test "info=1MB:sales" other) $(document new.test) $(document off.test)"
   same report "0 d.test: 1 quotas set, 2 records added, 19 records removed, 4 logins removed, 1 logins copied, 2 addresses without handlers now, 1 keys copied, 1 keys removed
 new.test: 7 records added
 bob@d.test: not in the document, its home is kept" "$status $out$err"
@@ -88,7 +92,7 @@ bob@d.test: not in the document, its home is kept" "$status $out$err"
 END
   } | sort)" "$(changes | sort)"
   remember
-  sync_with "$(document d.test a1.test "info=1MB:sales" other) $(document new.test)"
+  sync_with "$(document d.test a1.test "info=1MB:sales" other) $(document new.test) $(document off.test)"
   same "a second run" "0 bob@d.test: not in the document, its home is kept" "$status $out$err$(changes)"
 }
 

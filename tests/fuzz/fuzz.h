@@ -22,8 +22,13 @@ inline std::string take_line(std::string& input) {
     return line;
 }
 
-inline std::string as_text(const std::uint8_t* data, std::size_t size) {
-    return std::string(reinterpret_cast<const char*>(data), size);
+/// What a target does with an input; it may change its copy.
+void check(std::string& input);
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    std::string input(reinterpret_cast<const char*>(data), size);
+    check(input);
+    return 0;
 }
 
 inline void write_file(const char* path, const std::string& text) {

@@ -1,9 +1,6 @@
 // Parser operations in an order that the input chooses, on a text that the input gives: the position stays in the text,
 // and every error has its message.
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-
+#include "fuzz.h"
 #include "session/json_parser.h"
 
 namespace {
@@ -23,18 +20,15 @@ void (*const operations[])(sj_parser*) = {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::size_t steps = size < 8 ? size : 8;
-    std::string text(reinterpret_cast<const char*>(data) + steps, size - steps);
+void check(std::string& input) {
+    const std::size_t steps = input.size() < 8 ? input.size() : 8;
+    std::string text = input.substr(steps);
     sj_parser* parser = sj_create_parser(text.data(), nullptr);
     for (std::size_t i = 0; i < steps; ++i) {
         parser->error = SJ_OK;
-        operations[data[i] % std::size(operations)](parser);
+        operations[static_cast<std::uint8_t>(input[i]) % std::size(operations)](parser);
         const char* end = text.data() + text.size();
-        if (parser->position < text.data() || parser->position > end || sj_parser_strerror(parser)[0] == '\0') {
-            std::abort();
-        }
+        require(parser->position >= text.data() && parser->position <= end && sj_parser_strerror(parser)[0] != '\0');
     }
     sj_free_parser(parser);
-    return 0;
 }

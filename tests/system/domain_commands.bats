@@ -153,15 +153,28 @@ $(printf -- '%skeys: d 755 root:root %s\n' - a2.test + n.test; printf -- '%skeys
 }
 
 @test "--rename-domain renames records, storage, users and handlers, and tells the plug-ins" {
-  printf 'int rename_domain(const char *a, const char *b) { char c[99]; extern int sprintf(char *, const char *, ...), system(const char *); sprintf(c, "echo %%s %%s >>/tmp/plugin", a, b); return system(c); }' |
-    gcc -shared -fPIC -x c -o $PLUGINS/one.so -
+  # The plug-in notes its call and whether SIGPIPE has its default action; it fails once it has been told to.
+  printf '#include <signal.h>\n#include <stdio.h>\n#include <unistd.h>\nint rename_domain(const char *a, const char *b) {
+    FILE *f = fopen("/tmp/plugin", "a"); fprintf(f, "%%s %%s %%d\\n", a, b, signal(SIGPIPE, SIG_DFL) == SIG_DFL); fclose(f);
+    printf("plug-in "); return access("/tmp/fail", F_OK) == 0; }' | gcc -shared -fPIC -x c -o $PLUGINS/one.so -
+  cp $PLUGINS/one.so $PLUGINS/two.so
+  gcc -shared -fPIC -x c -o $PLUGINS/none.so /dev/null
+  mkdir $PLUGINS/directory
   rm -f /tmp/plugin
   with "" mxadmin --rename-domain --old-domain-name=d.test --new-domain-name=New.test
-  [ "$status$out$err" = 0 ]
+  same "what it says" "0 plug-in plug-in " "$status $out$err"
   same "renamed" "$(sed -E '/^keys/!s/(^|[ @])d\.test/\1new.test/g' /tmp/before | sort)" "$(state | sort)"
-  [ "$(cat /tmp/plugin)" = "d.test new.test" ]
+  same "plug-in calls" $'d.test new.test 1\nd.test new.test 1' "$(cat /tmp/plugin)"
   table virtual | grep -qx $'fan@other.test\tinfo@new.test, x@other.test, y@sub.d.test'
   table vmailbox | grep -qx $'info@new.test\tnew.test/info/Maildir/'
+  touch /tmp/fail
+  echo "no library" >$PLUGINS/text
+  with "" mxadmin --rename-domain --old-domain-name=new.test --new-domain-name=d.test
+  rm /tmp/fail
+  [[ $status == 1 && $err == *"plugin '$PLUGINS/"*".so' failed with status '1'"* ]]
+  same "calls until one fails" 3 "$(wc -l </tmp/plugin)"
+  with "" mxadmin --rename-domain --old-domain-name=new.test --new-domain-name=d.test
+  [[ $status == 0 && $err == "cannop load '$PLUGINS/text' plugin: "* ]]
 }
 
 @test "--rename-domain onto a domain that exists, of one that does not, and onto itself, changes nothing" {
@@ -189,6 +202,12 @@ $(printf -- '%skeys: d 755 root:root %s\n' - a2.test + n.test; printf -- '%skeys
   with "" mxadmin --rename-domain --old-domain-name=sandbox.mail.test --new-domain-name=d.test
   [ "$status$err" = 0 ]
   same "there and back" "" "$(changes)"
+  table virtual | sed -n 's/\(@sandbox.mail.test\t\).*/\1x@other.test/p' | postmap -r -i hash:$TABLES/virtual
+  mx --rename-domain-alias --domain-name=d.test --old-domain-alias-name=a1.test --new-domain-alias-name=Sandbox.MAIL.test --set-reject
+  same "an alias of the host's name" "$(grep '^virtual: .*a1\.test' /tmp/before | sed 's/a1\.test/sandbox.mail.test/' | sort)" \
+    "$(state | grep '^virtual: .*sandbox' | sort)"
+  mx --rename-domain-alias --domain-name=d.test --old-domain-alias-name=sandbox.mail.test --new-domain-alias-name=a1.test --set-reject
+  same "the alias back" "" "$(changes | grep -v handlers)"
 }
 
 @test "--set-domain-disk-quota writes the default to mailboxes without a quota of their own" {

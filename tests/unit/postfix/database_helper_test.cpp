@@ -6,30 +6,18 @@
 #include <list>
 
 #include "postfix/postfix_errors.h"
+#include "process/subprocess.h"
 #include "process/system_error.h"
 #include "tables_fixture.h"
 
 namespace kavro::mail::postfix {
 namespace {
 
+using test::textOf;
 using Records = std::list<DatabaseHelper::Record>;
-
-/// The text of the exception of exactly that class that `change` throws.
-template <typename Error, typename Change>
-std::string thrownBy(const Change& change) {
-    try {
-        change();
-    } catch (const Error& error) {
-        EXPECT_EQ(typeid(error), typeid(Error));
-        return error.what();
-    }
-    ADD_FAILURE() << "nothing thrown";
-    return {};
-}
 
 class DatabaseHelperTest : public TablesTest {
 protected:
-    static void add() { DatabaseHelper::addRecord(kVirtualTable, "new@x", "v"); }
     static void remove() { DatabaseHelper::removeRecord(kVirtualTable, "a@x"); }
     static void removeSeveral() {
         const std::list<std::string> keys{"a@x", "b@x"};
@@ -95,29 +83,22 @@ TEST_F(DatabaseHelperTest, AddsOverwritesRemovesAndReplaces) {
 TEST_F(DatabaseHelperTest, FailedRunsCarryTheDiagnosticsAndChangeNothing) {
     fill(kVirtualTable, {{"a@x", "1"}, {"b@x", "2"}});
     usePostmap("echo 'postmap: fatal: no' >&2; exit 1");
-    for (const auto& change : {add, replace, filter}) {
-        EXPECT_EQ(thrownBy<PostfixConfigurationError>(change), "postmap: fatal: no\n");
-    }
+    EXPECT_EQ(textOf<PostfixConfigurationError>(replace), "postmap: fatal: no\n");
     for (const auto& change : {remove, removeSeveral}) {
-        EXPECT_EQ(thrownBy<PostfixDatabaseError>(change), "postmap: fatal: no\n");
+        EXPECT_EQ(textOf<PostfixDatabaseError>(change), "postmap: fatal: no\n");
     }
-    for (const char* failure : {"exit 1", "kill -9 $$"}) {
-        usePostmap(failure);
-        for (const auto& change : {add, replace, filter}) {
-            EXPECT_EQ(thrownBy<PostfixConfigurationError>(change), "unknown error");
-        }
-    }
-    EXPECT_EQ(thrownBy<PostfixDatabaseError>(remove), "");
+    usePostmap("kill -9 $$");
+    EXPECT_EQ(textOf<PostfixDatabaseError>(remove), "");
     usePostmap("exit 1");
     EXPECT_NO_THROW(remove());
     EXPECT_NO_THROW(removeSeveral());
     usePostmap("exit 127");
-    EXPECT_EQ(thrownBy<PostfixDatabaseError>(removeSeveral), "");
+    EXPECT_EQ(textOf<PostfixDatabaseError>(removeSeveral), "");
     usePostmap("exit 0");
     const Records more(20000, {"new@x", "v"});
     EXPECT_THROW(DatabaseHelper::addRecords(kVirtualTable, more.begin(), more.end()), SystemError);
     usePostmap("[ $n = 2 ] && exit 3");
-    EXPECT_EQ(thrownBy<PostfixConfigurationError>(filter), "unknown error");
+    EXPECT_EQ(textOf<PostfixConfigurationError>(filter), "unknown error");
     EXPECT_EQ(dump(kVirtualTable), (Table{{"a@x", "1"}, {"b@x", "2"}}));
     EXPECT_NO_THROW(filter()) << "the lock was given back";
 }

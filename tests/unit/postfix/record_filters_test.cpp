@@ -118,11 +118,5 @@ TEST(ElementFilters, ChangeExactlyWhatTheyAreFor) {
     }
 }
 
-TEST(ElementsFilter, DropsElementsAndWhatIsLeftEmpty) {
-    const std::string dump =
-        "d.test\t1\nx@d.test\ty@e.test\nlist@e.test\tx@d.test, y@e.test x@d.test\nonly@e.test\tx@d.test\n";
-    EXPECT_EQ(filtered(ElementsFilter(NotInDomainFilter("d.test", false)), dump), "list@e.test y@e.test\n");
-}
-
 }  // namespace
 }  // namespace kavro::mail::postfix

@@ -51,17 +51,6 @@ TEST_F(MaildirsizeTest, ReportsWhyAMailboxGetsNoQuota) {
     EXPECT_EQ(report(std::string(4096 - 33, 'a')), "domain and/or user name too long to be stored on the filesystem\n");
 }
 
-TEST_F(MaildirsizeTest, KeepsTheOldFileOnAFullDisk) {
-    run("cd " + maildir.string() +
-        "; mount -t tmpfs -o size=64k none . && cd $PWD && mkdir tmp new cur && "
-        "echo old >maildirsize && cat /dev/zero 2>/dev/null >fill || true");
-    EXPECT_EQ(reportOf([&] { EXPECT_EQ(store_maildirpp_quota_raw(maildir.c_str(), 20), 0); }),
-              "unable to write data to file\nSystem error 28: No space left on device\n");
-    EXPECT_EQ(quotaFile(), "old\n");
-    EXPECT_TRUE(fs::is_empty(maildir / "tmp"));
-    run("umount " + maildir.string());
-}
-
 TEST_F(MaildirsizeTest, FollowsNoLinkOfTheMailUserAndWaitsForNoPipe) {
     const fs::path moved = root / "moved";
     fs::create_directories(moved / "Maildir/new");

@@ -79,14 +79,14 @@ TEST_F(CipherTest, StaysLoadedUntilTheLastReferenceGoes) {
     EXPECT_TRUE(logged.empty());
     mailPasswdCipherCleanup();
     EXPECT_EQ(logged.back(),
-              "6: Failed to correctly destroy encryption cipher '" + std::string(kScheme) + "'. A programming error?");
+              "6 Failed to correctly destroy encryption cipher '" + std::string(kScheme) + "'. A programming error?");
     ASSERT_EQ(mailPasswdCipherInit(), 0);
     EXPECT_EQ(decrypt(kStored), "(null)");  // with the other key
 }
 
 TEST_F(CipherTest, SaysWhyAContextCannotBeHad) {
     const std::string key = mailAuthKey;
-    const std::string init = "3: Failed to initialize encryption cipher 'AES-256-CBC:PKCS";
+    const std::string init = "3 Failed to initialize encryption cipher 'AES-256-CBC:PKCS";
     writeKey(31);
     EXPECT_EQ(mailPasswdCipherOp("p", MAIL_CIPHER_ENCRYPT, "joe", "d.test"), nullptr);
     EXPECT_EQ(kavro_cipher_init("AES-256-CBC:PKCS9012345678901234", mailAuthKey), 0);
@@ -94,12 +94,12 @@ TEST_F(CipherTest, SaysWhyAContextCannotBeHad) {
     EXPECT_EQ(mailPasswdCipherInit(), -1);
     EXPECT_THAT(
         logged,
-        ElementsAre("3: Failed to read entire encryption key from '" + key + "': Success (0)",
+        ElementsAre("3 Failed to read entire encryption key from '" + key + "': Success (0)",
                     init + "' with key '" + key + "'",
-                    "3: Failed to initialize password cipher context (for mail address 'joe@d.test')",
-                    "3: Unknown encryption cipher: 'AES-256-CBC'", init + "9012345678901234' with key '" + key + "'",
-                    "3: Can't read encryption key from '" + key + "': No such file or directory (2)",
-                    init + "' with key '" + key + "'", "3: Failed to initialize password cipher context"));
+                    "3 Failed to initialize password cipher context (for mail address 'joe@d.test')",
+                    "3 Unknown encryption cipher: 'AES-256-CBC'", init + "9012345678901234' with key '" + key + "'",
+                    "3 Can't read encryption key from '" + key + "': No such file or directory (2)",
+                    init + "' with key '" + key + "'", "3 Failed to initialize password cipher context"));
     EXPECT_TRUE(gen_ciphers_list.empty());
 }
 

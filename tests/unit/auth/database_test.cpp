@@ -71,8 +71,8 @@ TEST_F(AuthDatabaseTest, EachOperationTouchesExactlyTheNameItIsGiven) {
     EXPECT_TRUE(logged.empty());
     EXPECT_EQ(mailAuthRename("joe", "jim", "unknown.test"), -1);
     EXPECT_EQ(mailAuthRename("jim", "joel", "a.test"), -1);
-    EXPECT_THAT(logged, ElementsAre("3: No such domain 'unknown.test' in the mail authentication DB",
-                                    "3: Unable to execute the mail authorization renaming query: UPDATE users SET "
+    EXPECT_THAT(logged, ElementsAre("3 No such domain 'unknown.test' in the mail authentication DB",
+                                    "3 Unable to execute the mail authorization renaming query: UPDATE users SET "
                                     "name=LOWER(?) WHERE name=LOWER(?) AND dom_id=?: UNIQUE constraint failed: "
                                     "users.name, users.dom_id"));
 }
@@ -118,10 +118,10 @@ TEST_F(AuthQueriesTest, IteratesByDomainThenNameAndSkipsWhatHasNoPassword) {
     EXPECT_THAT(seen, ElementsAre("bad@a.test (null) 0", "joe@a.test plain 1", "nul@a.test (null) 2",
                                   "void@a.test (null) 0", "zoe@a.test zoe's 2", "joe@b.test joe's 4"));
     mailPasswdCipherCleanup();
-    EXPECT_THAT(logged, ElementsAre("3: Failed to decrypt password for mail address 'bad@a.test'",
-                                    "6: empty password properties (both plain and encrypted) for user none@a.test, "
+    EXPECT_THAT(logged, ElementsAre("3 Failed to decrypt password for mail address 'bad@a.test'",
+                                    "6 empty password properties (both plain and encrypted) for user none@a.test, "
                                     "skipped",
-                                    "3: Failed to decrypt password for mail address 'nul@a.test'",
+                                    "3 Failed to decrypt password for mail address 'nul@a.test'",
                                     ::testing::HasSubstr("A programming error?")));  // no context was left behind
     int left = 2;
     const auto stop = [](const char*, const char*, unsigned char, void* count) { return --*static_cast<int*>(count); };
@@ -130,11 +130,11 @@ TEST_F(AuthQueriesTest, IteratesByDomainThenNameAndSkipsWhatHasNoPassword) {
 
     sql("UPDATE domains SET name = NULL WHERE name = 'b.test'");
     EXPECT_EQ(mailAuthCheckShort("JOE", note, &seen), 0);
-    EXPECT_EQ(logged.back(), "4: NULL or empty mail address stored in the database, skipped");
+    EXPECT_EQ(logged.back(), "4 NULL or empty mail address stored in the database, skipped");
     EXPECT_EQ(seen.size(), 7U);
     sql("DROP TABLE users");
     EXPECT_EQ(mailAuthIterateAll(note, &seen), -1);
-    EXPECT_EQ(logged.back(), "3: Unable to execute the user selection query: no such table: users");
+    EXPECT_EQ(logged.back(), "3 Unable to execute the user selection query: no such table: users");
 }
 
 TEST_F(AuthQueriesTest, FindsAMailnameInEveryDomainAndAnAddressInOne) {
@@ -146,10 +146,9 @@ TEST_F(AuthQueriesTest, FindsAMailnameInEveryDomainAndAnAddressInOne) {
     for (const char* address : {"joe", "joe@c.test", "none@a.test"}) {
         EXPECT_EQ(mailAuthCheck(address, note, &seen), -1) << address;
     }
-    EXPECT_THAT(
-        logged,
-        ElementsAre("3: Invalid mail address 'joe'", "6: No such user 'joe@c.test' in mail authorization database",
-                    "6: NULL password fields (both plain and encrypted) for user none@a.test, skipped"));
+    EXPECT_THAT(logged, ElementsAre("3 Invalid mail address 'joe'",
+                                    "6 No such user 'joe@c.test' in mail authorization database",
+                                    "6 NULL password fields (both plain and encrypted) for user none@a.test, skipped"));
 }
 
 TEST_F(AuthQueriesTest, ReadsOneUserAndMakesNoDatabase) {
@@ -161,9 +160,9 @@ TEST_F(AuthQueriesTest, ReadsOneUserAndMakesNoDatabase) {
     free_user_data(&record);
     std::filesystem::remove(mailAuthDB);
     EXPECT_EQ(mailAuthClone("nul", "a.test", "new", "a.test"), -1);
-    EXPECT_THAT(logged, ElementsAre("3: Unable to open database(readonly) " + std::string(mailAuthDB) +
+    EXPECT_THAT(logged, ElementsAre("3 Unable to open database(readonly) " + std::string(mailAuthDB) +
                                         ": unable to open database file",
-                                    "3: Unable to get users list from MTA password database"));
+                                    "3 Unable to get users list from MTA password database"));
     EXPECT_FALSE(std::filesystem::exists(mailAuthDB));
 }
 

@@ -25,11 +25,6 @@ std::string accessOfAll() {
            access(mailAuthKey);
 }
 
-std::string content(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 TEST_F(AuthTest, InitialisesEachStyleWithItsOwnersAndModes) {
     const struct passwd postfix = *::getpwnam("postfix");
     const std::string owner = std::to_string(postfix.pw_uid);
@@ -38,11 +33,11 @@ TEST_F(AuthTest, InitialisesEachStyleWithItsOwnersAndModes) {
     EXPECT_STREQ(mailAuthDB, "/var/spool/postfix/kavro/passwd.db");
     EXPECT_EQ(textOf(kavro::CString(mailAuthDBToKeyPath(mailAuthDB))), mailAuthKey);
     EXPECT_EQ(accessOfAll(), owner + ":0 0460, " + directoryOwner + " 0770, " + owner + ":0 0440");
-    const std::string firstKey = content(mailAuthKey);
+    const std::string firstKey = readFile(mailAuthKey);
     EXPECT_EQ(firstKey.size(), 32U);
     ASSERT_EQ(mailAuthSet("joe", "d.test", "p", 0), 0);
     EXPECT_EQ(mailAuthDBInitStyle(1), 0);
-    EXPECT_NE(content(mailAuthKey), firstKey);
+    EXPECT_NE(readFile(mailAuthKey), firstKey);
     EXPECT_EQ(sql("SELECT count(*) FROM domains"), "0");
 
     const std::string nofiles = "0:" + std::to_string(::getgrnam("nofiles")->gr_gid);
@@ -57,12 +52,12 @@ TEST_F(AuthTest, InitialisesEachStyleWithItsOwnersAndModes) {
 
     // A missing account costs nothing.
     mailAuthDBSelectStyle(1);
-    const std::string key = content(mailAuthKey);
+    const std::string key = readFile(mailAuthKey);
     std::filesystem::rename("/etc/passwd", "/etc/passwd.saved");
     EXPECT_EQ(mailAuthDBInitStyle(1), -1);
     std::filesystem::rename("/etc/passwd.saved", "/etc/passwd");
-    EXPECT_EQ(content(mailAuthKey), key);
-    EXPECT_THAT(logged, ElementsAre(StartsWith("2: Unable to get user id for \"postfix\": ")));
+    EXPECT_EQ(readFile(mailAuthKey), key);
+    EXPECT_THAT(logged, ElementsAre(StartsWith("2 Unable to get user id for \"postfix\": ")));
 }
 
 TEST_F(AuthDatabaseTest, TheSchemaIsWholeAndItsTriggersKeepUsersInDomains) {
@@ -82,20 +77,20 @@ TEST_F(AuthTest, TheKeyFileIsPrivateFromTheStartAndTheMaskComesBack) {
     useFiles(directory + "/passwd_db_key/db", directory);  // below a file, and a directory
     EXPECT_EQ(mailAuthDBInit(), -1);
     EXPECT_EQ(mailAuthKeyInit(), -1);
-    EXPECT_THAT(logged, ElementsAre("2: recursive mkdir(" + directory + "/passwd_db_key) failed: Not a directory",
-                                    "3: Unable to re-create Mail Authentication Password Encryption Key: File exists"));
+    EXPECT_THAT(logged, ElementsAre("2 recursive mkdir(" + directory + "/passwd_db_key) failed: Not a directory",
+                                    "3 Unable to re-create Mail Authentication Password Encryption Key: File exists"));
 }
 
 TEST_F(AuthTest, SetsOwnersOfFullPathsAndNeverThroughALink) {
     mailAuthDBSetPath("/passwd.db");
     EXPECT_EQ(mailAuthDBSetAccess(0, 0, 0600, 0, 0, 0700), -1);
-    EXPECT_EQ(logged.back(), "2: Invalid mail authentication DB path /passwd.db");
+    EXPECT_EQ(logged.back(), "2 Invalid mail authentication DB path /passwd.db");
     const std::string link = directory + "/link";
     useFiles(link, link);
     std::filesystem::create_symlink("/tmp", link);
     EXPECT_EQ(mailAuthDBSetAccess(3, 4, 0666, 1, 2, 0710), -1);
     EXPECT_EQ(mailAuthKeySetAccess(3, 4, 0666), -1);
-    EXPECT_EQ(logged.back(), "2: chown(\"" + link + "\", 3, 4) failed: Too many levels of symbolic links");
+    EXPECT_EQ(logged.back(), "2 chown(\"" + link + "\", 3, 4) failed: Too many levels of symbolic links");
 }
 
 TEST_F(AuthTest, TellsTheStyleFromThePanelsFeatures) {
@@ -111,9 +106,9 @@ TEST_F(AuthTest, TellsTheStyleFromThePanelsFeatures) {
     EXPECT_EQ(detect("\"q'"), 1);      // one character is compared with nothing
     EXPECT_EQ(detect("'QMAILX'"), 0);  // the last character does not count
     EXPECT_EQ(detect("'Xmail'"), -1);
-    EXPECT_THAT(logged, ElementsAre("6: Unparseable line \"$features['SMTP_Server'] = 'qmail\", skipped",
-                                    "6: Unknown server style \"Xmail\", skipped",
-                                    "6: Unable to determine mail server type from ``mxadmin-server --features''"));
+    EXPECT_THAT(logged, ElementsAre("6 Unparseable line \"$features['SMTP_Server'] = 'qmail\", skipped",
+                                    "6 Unknown server style \"Xmail\", skipped",
+                                    "6 Unable to determine mail server type from ``mxadmin-server --features''"));
 }
 
 }  // namespace

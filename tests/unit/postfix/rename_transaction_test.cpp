@@ -1,8 +1,6 @@
 // Taking back a rename: what a whole-table edit changed comes back as it was, everything else stays.
 #include "postfix/rename_transaction.h"
 
-#include <gmock/gmock.h>
-
 #include <functional>
 
 #include "tables_fixture.h"
@@ -11,11 +9,6 @@ namespace kavro::mail::postfix {
 namespace {
 
 using namespace database;
-using testing::HasSubstr;
-using testing::Not;
-using testing::StartsWith;
-using testing::internal::CaptureStderr;
-using testing::internal::GetCapturedStderr;
 
 class RenameTransactionTest : public TablesTest {
 protected:
@@ -94,43 +87,6 @@ TEST_F(RenameTransactionTest, ARecordWithoutRivalThatWasRemovedMeanwhileStaysAwa
     fill(kVirtualTable, {{"b@d", "b@d"}, {"x@d", "a@d"}});
     renameMailnameAndFail([] { DatabaseHelper::removeRecord(kVirtualTable, "b@d"); });
     EXPECT_EQ(dump(kVirtualTable), (Table{{"x@d", "a@d"}}));
-}
-
-TEST_F(RenameTransactionTest, TakesBackTheLatestFirstAndGoesOnAfterAFailure) {
-    std::string order;
-    const auto rename = [&order](bool commit, const char* logText) {
-        RenameTransaction transaction;
-        const auto undo = [&order](const char* name) { return [&order, name] { order += name; }; };
-        transaction.whole(
-            "one", [] {}, undo("1"));
-        transaction.inParts(
-            "two", [] {}, [] { throw std::runtime_error("no way back"); });
-        transaction.logFailureAs(logText);
-        try {
-            transaction.inParts(
-                "three", [] { throw std::logic_error("half done"); }, undo("3"));
-        } catch (const std::logic_error&) {
-        }
-        try {
-            transaction.whole(
-                "four", [] { throw std::logic_error("not done"); }, undo("4"));
-        } catch (const std::logic_error&) {
-        }
-        if (commit) {
-            transaction.commit();
-        }
-    };
-    CaptureStderr();
-    rename(true, nullptr);
-    EXPECT_EQ(order + GetCapturedStderr(), "");
-    CaptureStderr();
-    rename(false, nullptr);
-    EXPECT_THAT(GetCapturedStderr(), StartsWith("CRITICAL ERROR: Unable to properly restore two used by Kavro."));
-    EXPECT_EQ(order, "31");
-    CaptureStderr();
-    rename(false, "one line");
-    EXPECT_THAT(GetCapturedStderr(), Not(HasSubstr("CRITICAL")));
-    EXPECT_EQ(order, "3131");
 }
 
 }  // namespace

@@ -39,7 +39,7 @@ TEST_F(MassOperationsTest, AFailureInTheMiddleKeepsWhatWasDoneAndEndsTheRest) {
     refuse("INSERT", "info", "new.net");
     EXPECT_EQ(add_domain_auth_alias("example.com", "new.net"), -1);
     EXPECT_EQ(users("d.name = 'new.net' AND cmusaslsecretPLAIN = u.name"), "help@new.net");
-    EXPECT_EQ(logged.back(), "3: Unable to clone auth record for info@example.com");
+    EXPECT_EQ(logged.back(), "3 Unable to clone auth record for info@example.com");
     EXPECT_EQ(add_domain_auth_alias("other.com", "new.net"), 0);
 
     // Were the users to outlive their domain, the mail aliases are removed one by one.
@@ -49,7 +49,7 @@ TEST_F(MassOperationsTest, AFailureInTheMiddleKeepsWhatWasDoneAndEndsTheRest) {
     refuse("DELETE", "ask", "two.net");
     EXPECT_EQ(rm_domain_auth_alias("two.net"), -1);
     EXPECT_EQ(users("d.name = 'two.net'"), "info@two.net other@two.net ask@two.net");
-    EXPECT_EQ(logged.back(), "3: Unable to remove mail alias ask@two.net");
+    EXPECT_EQ(logged.back(), "3 Unable to remove mail alias ask@two.net");
 
     refuse("INSERT", "help", "one.net");
     logged.clear();
@@ -75,8 +75,8 @@ TEST_F(MassOperationsTest, AnActionStopsAtTheFirstDomainThatFails) {
     EXPECT_EQ(act("example.com", ""), "example.com one.net two.net 1");
     EXPECT_EQ(act("example.com", "one.net"), "example.com one.net -1");
     EXPECT_EQ(act("example.com", "example.com"), "example.com -1");
-    EXPECT_THAT(logged, ::testing::ElementsAre("3: Unable to move for domain alias one.net",
-                                               "3: Unable to move for domain example.com"));
+    EXPECT_THAT(logged, ::testing::ElementsAre("3 Unable to move for domain alias one.net",
+                                               "3 Unable to move for domain example.com"));
 }
 
 }  // namespace

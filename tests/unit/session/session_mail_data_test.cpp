@@ -85,7 +85,7 @@ TEST_F(SessionTest, DocumentsAreRefusedAtTheFirstFault) {
         errno = EPERM;  // from before; no part of the message
         EXPECT_EQ(read(row.document), row.error) << row.document;
         ASSERT_EQ(logged.size(), 1U) << row.document;
-        EXPECT_THAT(logged[0], ::testing::StartsWith("3: Session mail DB info parsing error: ")) << row.document;
+        EXPECT_THAT(logged[0], ::testing::StartsWith("3 Session mail DB info parsing error: ")) << row.document;
         EXPECT_THAT(logged[0], HasSubstr(row.detail + ". Error occured at offset " + std::to_string(row.offset) + ","));
         EXPECT_THAT(logged[0], ::testing::EndsWith("'. "));
         EXPECT_TRUE(session_mail_db_info == nullptr && session_mail_db_json == nullptr);
@@ -151,8 +151,8 @@ TEST_F(SessionTest, TheDataIsReadOnceFromAStreamThatIsReady) {
     free_session_mail_db_info();
     EXPECT_EQ(read_session_mail_db_info(unreadable, 0), -3);
     EXPECT_THAT(logged,
-                ElementsAre("3: Session mail DB info have already been initialized. Probably a programming error.",
-                            "3: Failed to read session mail DB info from input stream (fd=" +
+                ElementsAre("3 Session mail DB info have already been initialized. Probably a programming error.",
+                            "3 Failed to read session mail DB info from input stream (fd=" +
                                 std::to_string(::fileno(unreadable)) + "): Is a directory [21]"));
     std::fclose(unreadable);
 
@@ -172,7 +172,7 @@ TEST_F(SessionTest, QuotasThatNoLongerFitAreKeptWithAWarning) {
     EXPECT_EQ(read(R"({"domain":{"name":"a.b","mbox_quota":9007199254740993,"mbox_quota_unit":"KB","maillists":[],
         "dom_aliases":[],"mails":[{"name":"x","aliases":[],"mbox_quota":8589934592,"mbox_quota_unit":"GB"}]}})"),
               0);
-    const std::string words = "4: Resulting quota value in session mail DB info is not valid: got ";
+    const std::string words = "4 Resulting quota value in session mail DB info is not valid: got ";
     EXPECT_THAT(logged, ElementsAre(words + "-9223372036854774784, source size unit was 'KB'",
                                     words + "-9223372036854775808, source size unit was 'GB'"));
     EXPECT_EQ(session_mail_db_info->domain_quota, -9223372036854774784);
@@ -214,7 +214,7 @@ TEST_F(SessionTest, QueriesAnswerForTheSessionDomainOnly) {
     free_session_mail_db_info();
     EXPECT_EQ(ask(get_aliases_by_mailname, "info", "example.com"), "failed");
     EXPECT_EQ(logged.back(),
-              "3: Session mail DB info is not filled in call to get_aliases_by_mailname(). Probably a "
+              "3 Session mail DB info is not filled in call to get_aliases_by_mailname(). Probably a "
               "programming error.");
 }
 

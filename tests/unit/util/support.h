@@ -1,7 +1,9 @@
-// What the tests of this floor share: a scratch directory, a run in a child process, what the logging hook was given.
+// What the tests of this floor share: a scratch directory, a run in a child process, rows of a
+// database, what the logging hook was given.
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
 
 #include <cstdarg>
@@ -36,16 +38,34 @@ class ScratchTest : public ::testing::Test {
 protected:
     ScratchTest() {
         char name[] = "/tmp/util-test-XXXXXX";
-        directory_ = ::mkdtemp(name);
+        directory = ::mkdtemp(name);
     }
-    ~ScratchTest() override { std::filesystem::remove_all(directory_); }
+    ~ScratchTest() override { std::filesystem::remove_all(directory); }
 
-    std::string path(const std::string& name) const { return directory_ + "/" + name; }
-    std::ptrdiff_t entryCount() const { return std::distance(std::filesystem::directory_iterator(directory_), {}); }
+    std::string path(const std::string& name) const { return directory + "/" + name; }
+    std::ptrdiff_t entryCount() const { return std::distance(std::filesystem::directory_iterator(directory), {}); }
 
-private:
-    std::string directory_;
+    std::string directory;
 };
+
+/// All rows that the statement gives, columns joined by "|", rows by a blank; the error's text when it fails.
+inline std::string rowsOf(const char* path, const std::string& statement) {
+    sqlite3* database = nullptr;
+    sqlite3_open(path, &database);
+    std::string rows;
+    const auto append = [](void* target, int count, char** values, char**) {
+        std::string& all = *static_cast<std::string*>(target);
+        for (int i = 0; i < count; ++i) {
+            all += (i > 0 ? "|" : all.empty() ? "" : " ") + std::string(values[i] != nullptr ? values[i] : "NULL");
+        }
+        return 0;
+    };
+    if (sqlite3_exec(database, statement.c_str(), append, &rows, nullptr) != SQLITE_OK) {
+        rows = sqlite3_errmsg(database);
+    }
+    sqlite3_close(database);
+    return rows;
+}
 
 using ChildResult = kavro::test::Captured;
 

@@ -23,8 +23,8 @@ TEST_F(System, StreamIsReadToItsEnd) {
     const kavro::CString text(read_stream_contents(stream.get(), &size));
     EXPECT_TRUE(std::string(text.get(), size) == contents) << size;
     EXPECT_EQ(text.get()[size], '\0');
-    const kavro::CFile directory(std::fopen("/tmp", "r"));
-    EXPECT_EQ(read_stream_contents(directory.get(), nullptr), nullptr);
+    const kavro::CFile folder(std::fopen("/tmp", "r"));
+    EXPECT_EQ(read_stream_contents(folder.get(), nullptr), nullptr);
 }
 
 TEST_F(System, ProcessIsFoundByTheExactPathOfItsExecutable) {

@@ -145,3 +145,21 @@ TEST_F(HandlersDatabase, AFailureInTheMiddleUndoesTheBatch) {
     EXPECT_EQ(addresses(), "a@d b@d c@d");
     EXPECT_EQ(logged.size(), 3U);
 }
+
+TEST_F(HandlersDatabase, BatchesWaitForEachOtherAndNotForEver) {
+    insert("('n','a@d',0,1,5,5), ('m','b@d',0,1,5,5)");
+    for (const char* domain : {"e", "f", "g", "h"}) {
+        if (fork() == 0) {
+            alarm(60);
+            int failures = 0;
+            for (int round = 0; round < 20; ++round) {
+                failures += mh_db_remove_all(domain) + mh_db_clone(nullptr, "d", nullptr, domain);
+            }
+            _exit(failures);
+        }
+    }
+    for (int status = -1; wait(&status) != -1;) {
+        EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(query("SELECT count(*) FROM handlers"), "10");
+}

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <optional>
 #include <utility>
 
@@ -48,6 +49,31 @@ void requireRecords(const std::string& table, const std::optional<std::uint32_t>
     }
 }
 
+struct DumpCount {
+    std::size_t lines = 0;
+    bool endsInLineFeed = true;
+};
+
+/// An empty consumer drops what comes.
+DumpCount countedDump(const std::string& table, const process::Consumer& consumer) {
+    DumpCount count;
+    require(runPostmap({"-s", table}, {}, [&](const std::vector<char>& chunk) {
+        const char* const end = chunk.data() + chunk.size();
+        for (const char* rest = chunk.data(); rest != end; ++count.lines) {
+            const void* feed = std::memchr(rest, '\n', static_cast<std::size_t>(end - rest));
+            if (feed == nullptr) {
+                break;
+            }
+            rest = static_cast<const char*>(feed) + 1;
+        }
+        count.endsInLineFeed = chunk.back() == '\n';
+        if (!consumer.empty()) {
+            consumer(chunk);
+        }
+    }));
+    return count;
+}
+
 TableLock beginRewrite(const std::string& table) {
     TableLock lock(table, TableLock::Mode::Exclusive);
     requireRegularMap(table);
@@ -82,7 +108,14 @@ void dumpTable(const std::string& table, const process::Consumer& consumer) {
     // "postmap -s" locks the map for single reads only, and a map that grows between two of them is read with records
     // missing. Adding and rebuilding runs wait for an exclusive flock(2) on the same file, readers share it.
     const LockedMap map(table, LOCK_SH);
-    require(runPostmap({"-s", table}, {}, consumer));
+    const DumpCount dumped = countedDump(table, consumer);
+    const std::optional<std::uint32_t> held = map.empty() ? std::nullopt : recordCount(map.descriptor());
+    // postmap ends with status 0 when it could not write its output. A map that was torn once may hold fewer records
+    // than its head says for ever: then every dump gives the same.
+    if (held && dumped.lines < *held && (!dumped.endsInLineFeed || countedDump(table, {}).lines != dumped.lines)) {
+        throw PostfixConfigurationError("only " + std::to_string(dumped.lines) + " of " + std::to_string(*held) +
+                                        " records were read from the table " + table);
+    }
 }
 
 TableRewrite::TableRewrite(const std::string& table)

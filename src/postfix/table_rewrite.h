@@ -29,7 +29,7 @@ private:
 };
 
 /// Hands every record of the table to the consumer, in pieces of any size; nobody writes to the table's map meanwhile.
-/// Throws PostfixConfigurationError.
+/// Throws PostfixConfigurationError, also, at the end, for a dump that was cut short.
 void dumpTable(const std::string& table, const process::Consumer& consumer);
 
 /// Holds the table's locks and its text source; whatever happens, the destructor removes the text source, then gives

@@ -52,9 +52,9 @@ END
 }
 
 @test "a rebuild without room for the copy changes nothing" {
-  cp -a $TABLES/. /tmp/tables
+  cp -a $TABLES/. /tmp/aside-tables
   mount -t tmpfs -o size=$((4 * ($(du -s --block-size=4096 $TABLES | cut -f 1) + 60)))k tmpfs $TABLES
-  cp -a /tmp/tables/. $TABLES
+  cp -a /tmp/aside-tables/. $TABLES
   run --add-domain
   [[ $status == 1 && $err == *"unable to copy the lookup table to '$MAP.before.new': No space left on device)" ]]
   untouched "full"

@@ -183,10 +183,12 @@ int runBackup(const Options& options) {
         kavro::throwSystemError("cannot make the directory " + to + '/' + kKeysName, errno);
     }
     for (const std::string& name : filesBelow(DOMAINKEYS_D)) {
-        const std::string path = std::string(kKeysName) + '/' + name;
-        fs::create_directories(fs::path(to + '/' + path).parent_path());
-        copyFile(std::string(DOMAINKEYS_D) + '/' + name, to + '/' + path);
-        files.push_back(describe(to, path, std::string(DOMAINKEYS_D) + '/' + name));
+        const fs::path original = fs::path(DOMAINKEYS_D) / name;
+        const fs::path path = fs::path(kKeysName) / name;
+        const fs::path copy = fs::path(to) / path;
+        fs::create_directories(copy.parent_path());
+        copyFile(original.string(), copy.string());
+        files.push_back(describe(to, path.string(), original.string()));
     }
     writeManifest(to, files);
     syncPath(to);

@@ -179,7 +179,7 @@ std::vector<BackupFile> readManifest(const std::string& backup) {
         BackupFile now;
         words >> file.sum >> file.size >> std::oct >> file.mode >> file.owner >> file.group;
         if (!words || words.get() != ' ' || !std::getline(words, file.path)) {
-            throw std::runtime_error(path + " has a line that is none: " + line);
+            throw std::runtime_error("the manifest has a line that is none: " + line);
         }
         const auto place = std::find(present.begin(), present.end(), file.path);
         if (place == present.end()) {

@@ -117,8 +117,8 @@ public:
     void run() {
         while (ended_ < commands_.size()) {
             input_.prepare();
-            wait();
-            if (readable_.contains(catcher_.controlFd())) {
+            const bool idle = wait() == 0;
+            if (idle || readable_.contains(catcher_.controlFd())) {
                 collectEnds();
             }
             for (OutputChannel& output : outputs_) {
@@ -159,7 +159,8 @@ private:
         }
     }
 
-    void wait() {
+    /// The number of descriptors that are ready; 0 after a second without any.
+    int wait() {
         letOutputGather();
         readable_ = DescriptorSet();
         writable_ = DescriptorSet();
@@ -172,7 +173,7 @@ private:
         if (input_.wantsToWrite()) {
             writable_.add(input_.fd());
         }
-        checkedCall("select", [this] {
+        return checkedCall("select", [this] {
             // The end of a child that could not be told through the control pipe is found after a second.
             timeval limit{1, 0};
             return ::select(DescriptorSet::kSize, readable_.native(), writable_.native(), nullptr, &limit);

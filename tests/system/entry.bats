@@ -204,6 +204,7 @@ commands() {
   install -m 0755 "$(command -v mxadmin)" /tmp/mxadmin
   for signal in 1 2 15; do
     mkfifo /tmp/never$signal
+    : >/tmp/out
     setpriv --reuid popuser --regid popuser --clear-groups env --default-signal=INT ZCP_PASSWORD=secret \
       /tmp/mxadmin --set-password --domain-name=d.test --mailname=info <>/tmp/never$signal >/tmp/out 2>/tmp/err &
     until grep -q abort /tmp/out; do sleep 0.05; done

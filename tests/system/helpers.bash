@@ -202,6 +202,11 @@ make_sample() {
   for alias in a1.test a2.test; do
     with "$SAMPLE" mxadmin --add-domain-alias --domain-name=d.test --domain-alias-name=$alias --set-reject
   done
+  make_neighbours
+}
+
+# Records of others, which name the sample or look like it.
+make_neighbours() {
   postmap -r -i hash:$TABLES/virtual <<'END'
 fan@other.test info@d.test, x@other.test, y@sub.d.test
 x@xd.test x@xd.test

@@ -13,12 +13,7 @@ sync_with() { with "$1" mxrepair --sync --wait-stdin; }
   remember
   cp -r $KEYS /tmp/keys
   reset_stores
-  postmap -r -i hash:$TABLES/virtual <<'END'
-fan@other.test info@d.test, x@other.test, y@sub.d.test
-x@xd.test x@xd.test
-x@sub.d.test x@sub.d.test
-END
-  postmap -r -i hash:$TABLES/vmailbox <<<'x@xd.test xd.test/x/Maildir/'
+  make_neighbours
   replace_postmap 'real "$@"'
   sync_with "$(document e.test "" "z:y") $SAMPLE $(document f.test)"
   same report "0 d.test: 2 homes made, 37 records added

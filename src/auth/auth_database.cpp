@@ -23,12 +23,12 @@ constexpr const char* kRenameDomain = "UPDATE domains SET name=LOWER(?) WHERE na
 constexpr const char* kRemoveDomain = "DELETE FROM domains WHERE name=LOWER(?)";
 constexpr const char* kSetDomainStatus = "UPDATE domains SET status=? WHERE name=LOWER(?)";
 
-int reportNoDomain(const char* domain) {
+int report_no_domain(const char* domain) {
     kavro_log(KAVRO_LOG_ERROR, "No such domain '%s' in the mail authentication DB", domain);
     return -1;
 }
 
-int setDomainStatus(const char* domain, int status) {
+int set_domain_status(const char* domain, int status) {
     SqliteConnection connection;
     if (!openForWriting(connection)) {
         return -1;
@@ -58,7 +58,7 @@ int mailAuthSetRaw(const char* mailname, const char* domain, const char* value, 
     // That bit alone is handed on: it decides whether a new domain row is disabled.
     const sqlite3_int64 domainId = getDomainId(domain, connection, flags & MAIL_AUTH_DOMAIN_DISABLED);
     if (domainId == -1) {
-        return reportNoDomain(domain);
+        return report_no_domain(domain);
     }
     AuthStatement statement(connection, (flags & MAIL_AUTH_UNENCRYPTED) != 0 ? kSetUnencrypted : kSetEncrypted,
                             "Unable to execute the mail authorization registration query: %s: %s");
@@ -117,9 +117,9 @@ int mailAuthRenameCounted(const char* old_mailname, const char* new_mailname, co
     if (!openForWriting(connection)) {
         return -1;
     }
-    const sqlite3_int64 domainId = getDomainId(domain, connection, MAIL_AUTH_NO_CREATE);
+    const sqlite3_int64 domainId = getDomainId(domain, connection, kOnlyLook);
     if (domainId == -1) {
-        return reportNoDomain(domain);
+        return report_no_domain(domain);
     }
     AuthStatement statement(connection, kRename, "Unable to execute the mail authorization renaming query: %s: %s");
     statement.bind(1, new_mailname, "Unable to bind parameter new mailname '%s' to SQL statement for query '%s': %s",
@@ -158,9 +158,9 @@ int mailAuthRemoveDomain(const char* domain) {
 }
 
 int mailAuthDisableDomain(const char* domain) {
-    return setDomainStatus(domain, 1);
+    return set_domain_status(domain, 1);
 }
 
 int mailAuthEnableDomain(const char* domain) {
-    return setDomainStatus(domain, 0);
+    return set_domain_status(domain, 0);
 }

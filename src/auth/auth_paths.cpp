@@ -18,7 +18,7 @@ constexpr std::array<Locations, 2> kLocations{{
 }};
 
 /// Takes a copy before it changes anything: the new path may point into the old one.
-void setPath(const char*& current, std::string& storage, const char* path) {
+void set_path(const char*& current, std::string& storage, const char* path) {
     std::string copy(path);
     storage.swap(copy);
     current = storage.c_str();
@@ -40,10 +40,10 @@ void mailAuthDBSelectStyle(int style) {
 
 void mailAuthDBSetPath(const char* path) {
     static std::string storage;
-    setPath(mailAuthDB, storage, path);
+    set_path(mailAuthDB, storage, path);
 }
 
 void mailAuthKeySetPath(const char* path) {
     static std::string storage;
-    setPath(mailAuthKey, storage, path);
+    set_path(mailAuthKey, storage, path);
 }

@@ -5,7 +5,7 @@ extern const char* mailAuthDB;   ///< path of the database
 extern const char* mailAuthKey;  ///< path of the key file
 
 /// The style of a server that runs Postfix.
-inline constexpr int MAIL_AUTH_POSTFIX_STYLE = 1;
+inline constexpr int kPostfixStyle = 1;
 
 /// 1 for postfix, 0 for qmail, by the panel's own feature list; -1, logged, when that does not tell.
 int mailAuthDBDetectStyle();

@@ -32,11 +32,11 @@ int fail(const char* message, Arguments... arguments) {
     return -1;
 }
 
-int reportSelection(const SqliteConnection& connection) {
+int report_selection(const SqliteConnection& connection) {
     return fail("Unable to execute the user selection query: %s", connection.errorText());
 }
 
-unsigned char disabledFlags(bool user, bool domain) {
+unsigned char disabled_flags(bool user, bool domain) {
     return static_cast<unsigned char>((user ? MAIL_AUTH_USER_DISABLED : 0) | (domain ? MAIL_AUTH_DOMAIN_DISABLED : 0));
 }
 
@@ -51,14 +51,14 @@ bool duplicate(char** copy, const char* text) {
 }
 
 /// Fills the record from the current row of kUser.
-int fillUserData(mail_auth_user_data* record, const SqliteStatement& row, bool domainDisabled) {
+int fill_user_data(mail_auth_user_data* record, const SqliteStatement& row, bool domainDisabled) {
     const char* unencrypted = row.text(2);
     if (!duplicate(&record->name, row.text(0)) ||
         !duplicate(&record->value, unencrypted != nullptr ? unencrypted : row.text(1))) {
         free_user_data(record);
         return -1;
     }
-    record->flags = disabledFlags(row.number(3) != 0, domainDisabled);
+    record->flags = disabled_flags(row.number(3) != 0, domainDisabled);
     if (unencrypted != nullptr) {
         record->flags |= MAIL_AUTH_UNENCRYPTED;
     }
@@ -89,10 +89,10 @@ private:
 
 /// Hands one user to the callback. `first` is the column of the encrypted password, before the unencrypted one and the
 /// two states.
-int checkPassword(const char* address, const SqliteStatement& row, int first, mail_auth_callback callback,
-                  void* context, CipherHold& cipher) {
+int check_password(const char* address, const SqliteStatement& row, int first, mail_auth_callback callback,
+                   void* context, CipherHold& cipher) {
     const char* encrypted = row.text(first);
-    unsigned char flags = disabledFlags(row.number(first + 2) != 0, row.number(first + 3) != 0);
+    unsigned char flags = disabled_flags(row.number(first + 2) != 0, row.number(first + 3) != 0);
     if (encrypted != nullptr && *encrypted != '\0') {
         const SecretCString plain = cipher.decrypt(encrypted, address);
         return callback(address, plain.get(), flags, context);
@@ -113,7 +113,7 @@ int iterate(const char* restriction, const char* mailname, mail_auth_callback ca
     SqliteStatement row(connection);
     const std::string sql = std::string(kUsers) + " " + restriction;
     if (!row.prepare(sql.c_str())) {
-        return reportSelection(connection);
+        return report_selection(connection);
     }
     if (mailname != nullptr && !row.bind(1, mailname)) {
         return fail(kavro::auth::kBindMailname, mailname, sql.c_str(), connection.errorText());
@@ -127,11 +127,11 @@ int iterate(const char* restriction, const char* mailname, mail_auth_callback ca
         } else if (row.text(1) == nullptr && row.text(2) == nullptr) {
             kavro_log(KAVRO_LOG_INFO, "empty password properties (both plain and encrypted) for user %s, skipped",
                       address);
-        } else if (const int result = checkPassword(address, row, 1, callback, context, cipher); result < 1) {
+        } else if (const int result = check_password(address, row, 1, callback, context, cipher); result < 1) {
             return result;
         }
     }
-    return stepped == SQLITE_DONE ? 0 : reportSelection(connection);
+    return stepped == SQLITE_DONE ? 0 : report_selection(connection);
 }
 
 }  // namespace
@@ -171,7 +171,7 @@ int get_user_data(mail_auth_user_data* record, const char* mailname, const char*
     }
     switch (user.step()) {
         case SQLITE_ROW:
-            return fillUserData(record, user, domainRow.number(1) != 0);
+            return fill_user_data(record, user, domainRow.number(1) != 0);
         case SQLITE_DONE:
             return 0;
         default:
@@ -197,7 +197,7 @@ int mailAuthCheck(const char* address, mail_auth_callback callback, void* contex
     }
     SqliteStatement row(connection);
     if (!row.prepare(kCheck)) {
-        return reportSelection(connection);
+        return report_selection(connection);
     }
     if (!row.bind(1, mailname.c_str())) {
         return fail(kavro::auth::kBindMailname, mailname.c_str(), kCheck, connection.errorText());
@@ -212,14 +212,14 @@ int mailAuthCheck(const char* address, mail_auth_callback callback, void* contex
             kavro_log(KAVRO_LOG_INFO, "No such user '%s' in mail authorization database", address);
             return -1;
         default:
-            return reportSelection(connection);
+            return report_selection(connection);
     }
     if (row.text(0) == nullptr && row.text(1) == nullptr) {
         kavro_log(KAVRO_LOG_INFO, "NULL password fields (both plain and encrypted) for user %s, skipped", address);
         return -1;
     }
     CipherHold cipher;
-    return checkPassword(address, row, 0, callback, context, cipher);
+    return check_password(address, row, 0, callback, context, cipher);
 }
 
 int mailAuthIterateAll(mail_auth_callback callback, void* context) {

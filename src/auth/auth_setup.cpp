@@ -43,22 +43,22 @@ struct Access {
 };
 
 /// The name that a file has until it is whole.
-std::string draftOf(const std::string& path) {
+std::string draft_of(const std::string& path) {
     return path + ".new";
 }
 
-void removeFile(const char* path) {
+void remove_file(const char* path) {
     kavro::retryInterrupted([path] { return ::unlink(path); });
 }
 
-std::string directoryOf(const char* path) {
+std::string directory_of(const char* path) {
     std::string copy(path);
     return ::dirname(copy.data());
 }
 
 /// Creates the directory of a database or key with all missing parents. 0, or -1, logged.
-int createDBPath(const char* path) try {
-    const std::string directory = directoryOf(path);
+int create_dbpath(const char* path) try {
+    const std::string directory = directory_of(path);
     if (make_dir_p(directory.c_str(), kNewDirectoryMode, static_cast<uid_t>(-1), static_cast<gid_t>(-1)) == -1) {
         kavro_log(KAVRO_LOG_CRITICAL, "recursive mkdir(%s) failed: %s", directory.c_str(), std::strerror(errno));
         return -1;
@@ -72,7 +72,7 @@ int createDBPath(const char* path) try {
 /// Owner and group, then mode. 0, or -1, logged. `how` is of open(2): the database's directory belongs to its owner,
 /// who could put a link in the place of a file there. No connection to the database may be open: closing any descriptor
 /// of a file gives up all locks that the process has on it.
-int setAccess(const char* path, int how, uid_t owner, gid_t group, mode_t mode) {
+int set_access(const char* path, int how, uid_t owner, gid_t group, mode_t mode) {
     kavro::QuietFdOwner file(
         kavro::retryInterrupted([&] { return ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | how); }));
     if (file.empty() || kavro::retryInterrupted([&] { return ::fchown(file.get(), owner, group); }) == -1) {
@@ -89,7 +89,7 @@ int setAccess(const char* path, int how, uid_t owner, gid_t group, mode_t mode) 
 }
 
 /// Who owns what in the style. 0, or -1 for a missing account.
-int findAccess(int style, Access* access) {
+int find_access(int style, Access* access) {
     if (style == 0) {
         gid_t group = 0;
         if (kavro_getgr(kDatabaseGroup, &group) == -1) {
@@ -115,7 +115,7 @@ int findAccess(int style, Access* access) {
 }
 
 /// Writes a new key file and closes it. False with errno on failure; no part of a key is left then.
-bool writeKey(const std::array<unsigned char, MAIL_AES_KEY_SIZE>& key) {
+bool write_key(const std::array<unsigned char, kMailAesKeySize>& key) {
     kavro::QuietFdOwner file(kavro::openRegular(mailAuthKey, O_WRONLY | O_CREAT | O_EXCL, kKeyFileMode));
     if (file.empty()) {
         return false;
@@ -125,7 +125,7 @@ bool writeKey(const std::array<unsigned char, MAIL_AES_KEY_SIZE>& key) {
         kavro::retryInterrupted([&] { return ::fsync(file.get()); }) == 0 && file.close_nothrow() == 0;
     if (!written) {
         const kavro::ErrnoKeeper reason;
-        removeFile(mailAuthKey);
+        remove_file(mailAuthKey);
     }
     return written;
 }
@@ -136,8 +136,8 @@ class Drafts {
 public:
     Drafts() : database_(mailAuthDB), key_(mailAuthKey) {
         kavro::auth::removeDrafts();
-        mailAuthDBSetPath(draftOf(database_).c_str());
-        mailAuthKeySetPath(draftOf(key_).c_str());
+        mailAuthDBSetPath(draft_of(database_).c_str());
+        mailAuthKeySetPath(draft_of(key_).c_str());
     }
     Drafts(const Drafts&) = delete;
     Drafts& operator=(const Drafts&) = delete;
@@ -154,7 +154,7 @@ public:
         if (withKey && renameFile(mailAuthKey, key_) == -1) {
             return -1;
         }
-        removeFile((database_ + kJournalSuffix).c_str());
+        remove_file((database_ + kJournalSuffix).c_str());
         return renameFile(mailAuthDB, database_);
     }
 
@@ -176,7 +176,7 @@ int initialise(int style, bool withKey) try {
     mailAuthDBSelectStyle(style);
     Access access{};
     // Before anything is made: a missing account must not cost the former database.
-    if (findAccess(style, &access) == -1) {
+    if (find_access(style, &access) == -1) {
         return -1;
     }
     Drafts drafts;
@@ -203,24 +203,24 @@ int kavro::auth::initDatabaseBesideKey(int style) {
 }
 
 void kavro::auth::removeDrafts() {
-    const std::string database = draftOf(mailAuthDB);
-    removeFile(draftOf(mailAuthKey).c_str());
-    removeFile((database + kJournalSuffix).c_str());
-    removeFile(database.c_str());
+    const std::string database = draft_of(mailAuthDB);
+    remove_file(draft_of(mailAuthKey).c_str());
+    remove_file((database + kJournalSuffix).c_str());
+    remove_file(database.c_str());
 }
 
 int mailAuthDBInit() {
-    if (createDBPath(mailAuthDB) == -1) {
+    if (create_dbpath(mailAuthDB) == -1) {
         return -1;
     }
-    removeFile(mailAuthDB);
-    removeFile((mailAuthDB + std::string(kJournalSuffix)).c_str());
+    remove_file(mailAuthDB);
+    remove_file((mailAuthDB + std::string(kJournalSuffix)).c_str());
     kavro::SqliteConnection connection;
-    if (!connection.open(mailAuthDB, kavro::SqliteConnection::Access::kReadWriteCreate)) {
+    if (!connection.open(mailAuthDB, kavro::SqliteConnection::Access::ReadWriteCreate)) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to open database %s: %s", mailAuthDB, connection.errorText());
         return -1;
     }
-    if (connection.execute(mailAuthDBSchema)) {
+    if (connection.execute(kMailAuthSchema)) {
         return 0;
     }
     if (::sqlite3_errcode(connection.get()) == SQLITE_OK) {
@@ -232,18 +232,18 @@ int mailAuthDBInit() {
 }
 
 int mailAuthKeyInit() {
-    if (createDBPath(mailAuthKey) == -1) {
+    if (create_dbpath(mailAuthKey) == -1) {
         return -1;
     }
-    removeFile(mailAuthKey);
-    std::array<unsigned char, MAIL_AES_KEY_SIZE> key{};
+    remove_file(mailAuthKey);
+    std::array<unsigned char, kMailAesKeySize> key{};
     const kavro::auth::ScopedWipe wipeKey(key);
     if (mail_aes_gen_key(key.data(), key.size()) == 0) {
         kavro_log(KAVRO_LOG_CRITICAL, "Unable to generate new Mail Authentication Password Encryption Key data: %s",
                   std::strerror(errno));
         return -1;
     }
-    if (!writeKey(key)) {
+    if (!write_key(key)) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to re-create Mail Authentication Password Encryption Key: %s",
                   std::strerror(errno));
         return -1;
@@ -252,23 +252,23 @@ int mailAuthKeyInit() {
 }
 
 int mailAuthDBSetAccess(uid_t owner, gid_t group, mode_t mode, uid_t dir_owner, gid_t dir_group, mode_t dir_mode) {
-    const std::string directory = directoryOf(mailAuthDB);
+    const std::string directory = directory_of(mailAuthDB);
     if (directory.size() < 2 || directory.front() != '/') {
         kavro_log(KAVRO_LOG_CRITICAL, "Invalid mail authentication DB path %s", mailAuthDB);
         return -1;
     }
-    if (setAccess(directory.c_str(), O_DIRECTORY, dir_owner, dir_group, dir_mode) == -1) {
+    if (set_access(directory.c_str(), O_DIRECTORY, dir_owner, dir_group, dir_mode) == -1) {
         return -1;
     }
-    return setAccess(mailAuthDB, O_NOFOLLOW, owner, group, mode);
+    return set_access(mailAuthDB, O_NOFOLLOW, owner, group, mode);
 }
 
 int mailAuthKeySetAccess(uid_t owner, gid_t group, mode_t mode) {
-    return setAccess(mailAuthKey, O_NOFOLLOW, owner, group, mode);
+    return set_access(mailAuthKey, O_NOFOLLOW, owner, group, mode);
 }
 
 // As other programs of the panel know it, blanks included: SQLite keeps a statement as it was written.
-const char* const mailAuthDBSchema =
+const char* const kMailAuthSchema =
     "BEGIN TRANSACTION;"
     "CREATE TABLE domains (  id     INTEGER PRIMARY KEY AUTOINCREMENT, name   VARCHAR(255) UNIQUE, "
     "status INTEGER NOT NULL DEFAULT 0);"

@@ -4,7 +4,7 @@
 #include <sys/types.h>
 
 /// The schema's script, for one call. The triggers stand in for a foreign key from users to domains.
-extern const char* const mailAuthDBSchema;
+extern const char* const kMailAuthSchema;
 
 /// Creates database and key anew (existing ones are replaced) and sets owners and modes. Each is made whole beside the
 /// former one and then renamed over it. 0 or -1, logged; then nothing is replaced, but for the key when the database

@@ -7,7 +7,7 @@
 namespace kavro::auth {
 
 bool openForWriting(SqliteConnection& connection) {
-    if (connection.open(mailAuthDB, SqliteConnection::Access::kReadWriteCreate)) {
+    if (connection.open(mailAuthDB, SqliteConnection::Access::ReadWriteCreate)) {
         return true;
     }
     kavro_log(KAVRO_LOG_ERROR, "Unable to open database %s: %s", mailAuthDB, connection.errorText());
@@ -15,7 +15,7 @@ bool openForWriting(SqliteConnection& connection) {
 }
 
 bool openForReading(SqliteConnection& connection) {
-    if (connection.open(mailAuthDB, SqliteConnection::Access::kReadOnly)) {
+    if (connection.open(mailAuthDB, SqliteConnection::Access::ReadOnly)) {
         return true;
     }
     kavro_log(KAVRO_LOG_ERROR, "Unable to open database(readonly) %s: %s", mailAuthDB, connection.errorText());
@@ -32,16 +32,16 @@ namespace {
 constexpr const char* kSelect = "SELECT id FROM domains WHERE name=LOWER(?)";
 constexpr const char* kInsert = "INSERT INTO domains (name, status) VALUES(LOWER(?), ?)";
 
-int reportFailure(const SqliteConnection& connection) {
+int report_failure(const SqliteConnection& connection) {
     kavro_log(KAVRO_LOG_ERROR, "Unable to execute the domain selection query: %s", connection.errorText());
     return -1;
 }
 
 /// 1 when the row was made, 0 when another process made it first, -1, logged, on failure.
-int insertDomain(const char* domain, SqliteConnection& connection, int status) {
+int insert_domain(const char* domain, SqliteConnection& connection, int status) {
     SqliteStatement statement(connection);
     if (!statement.prepare(kInsert)) {
-        return reportFailure(connection);
+        return report_failure(connection);
     }
     if (!statement.bind(1, domain)) {
         kavro_log(KAVRO_LOG_ERROR, kavro::auth::kBindDomainName, domain, kInsert, connection.errorText());
@@ -56,7 +56,7 @@ int insertDomain(const char* domain, SqliteConnection& connection, int status) {
         return 1;
     }
     // The low byte is the primary code of an extended one.
-    return (result & 0xFF) == SQLITE_CONSTRAINT ? 0 : reportFailure(connection);
+    return (result & 0xFF) == SQLITE_CONSTRAINT ? 0 : report_failure(connection);
 }
 
 }  // namespace
@@ -66,7 +66,7 @@ namespace kavro::auth {
 int findDomain(const char* domain, SqliteConnection& connection, sqlite3_int64* id) {
     SqliteStatement statement(connection);
     if (!statement.prepare(kSelect)) {
-        return reportFailure(connection);
+        return report_failure(connection);
     }
     if (!statement.bind(1, domain)) {
         kavro_log(KAVRO_LOG_ERROR, kBindDomainName, domain, kSelect, connection.errorText());
@@ -79,7 +79,7 @@ int findDomain(const char* domain, SqliteConnection& connection, sqlite3_int64* 
         case SQLITE_DONE:
             return 0;
         default:
-            return reportFailure(connection);
+            return report_failure(connection);
     }
 }
 
@@ -88,10 +88,10 @@ int findDomain(const char* domain, SqliteConnection& connection, sqlite3_int64* 
 sqlite3_int64 getDomainId(const char* domain, SqliteConnection& connection, int flags) {
     sqlite3_int64 id = -1;
     const int found = kavro::auth::findDomain(domain, connection, &id);
-    if (found != 0 || (flags & MAIL_AUTH_NO_CREATE) != 0) {
+    if (found != 0 || (flags & kOnlyLook) != 0) {
         return found == 1 ? id : -1;
     }
-    switch (insertDomain(domain, connection, flags != 0 ? 1 : 0)) {
+    switch (insert_domain(domain, connection, flags != 0 ? 1 : 0)) {
         case 1:
             return connection.lastInsertId();
         case 0:

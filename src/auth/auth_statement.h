@@ -73,7 +73,7 @@ private:
 }  // namespace kavro::auth
 
 /// Flag of getDomainId: look only.
-inline constexpr int MAIL_AUTH_NO_CREATE = 8;
+inline constexpr int kOnlyLook = 8;
 
 /// The domain's id on an open connection. A missing row is made, with status 1 when `flags` is not 0, unless flag bit 3
 /// is set. -1 for a missing row that is not to be made and, logged, on failure.

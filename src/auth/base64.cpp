@@ -15,28 +15,28 @@ constexpr std::size_t kGroupBytes = 3;
 constexpr std::size_t kGroupCharacters = 4;
 
 /// Values by character code; 0 for what is not of the alphabet.
-constexpr std::array<std::uint8_t, 256> makeInverse() {
+constexpr std::array<std::uint8_t, 256> make_inverse() {
     std::array<std::uint8_t, 256> inverse{};
     for (std::uint8_t value = 0; value < 64; ++value) {
         inverse.at(static_cast<unsigned char>(kAlphabet[value])) = value;
     }
     return inverse;
 }
-constexpr auto kInverse = makeInverse();
+constexpr auto kInverse = make_inverse();
 
 constexpr std::size_t groups(std::size_t length, std::size_t groupSize) {
     return length / groupSize + (length % groupSize != 0 ? 1 : 0);
 }
 
-std::uint32_t valueOf(char character) {
+std::uint32_t value_of(char character) {
     return kInverse[static_cast<unsigned char>(character)];
 }
 
 /// Decodes one group of which `present` characters (2 to 4) count; returns the number of bytes.
-std::size_t decodeGroup(unsigned char* out, const char* text, std::size_t present) {
+std::size_t decode_group(unsigned char* out, const char* text, std::size_t present) {
     std::uint32_t bits = 0;
     for (std::size_t i = 0; i < kGroupCharacters; ++i) {
-        bits = bits << 6 | (i < present ? valueOf(text[i]) : 0);
+        bits = bits << 6 | (i < present ? value_of(text[i]) : 0);
     }
     const std::size_t size = present - 1;
     for (std::size_t i = 0; i < size; ++i) {
@@ -72,7 +72,7 @@ std::size_t base64ArrayDecode(unsigned char* out, const char* text, std::size_t 
     unsigned char* next = out;
     for (std::size_t done = 0; length - done > 1; done += kGroupCharacters) {
         const std::size_t left = length - done;
-        next += decodeGroup(next, text + done, left < kGroupCharacters ? left : kGroupCharacters);
+        next += decode_group(next, text + done, left < kGroupCharacters ? left : kGroupCharacters);
         if (left <= kGroupCharacters) {
             break;
         }

@@ -25,7 +25,7 @@ constexpr std::size_t kKeyBufferSize = 80;
 using KeyBuffer = std::array<unsigned char, kKeyBufferSize>;
 
 /// Reads the key, unbuffered so that no other memory gets to hold it. False, logged, on failure.
-bool readKey(KeyBuffer& key, std::size_t size, const char* path) {
+bool read_key(KeyBuffer& key, std::size_t size, const char* path) {
     kavro::QuietFdOwner file(kavro::openRegular(path, O_RDONLY));
     if (file.empty()) {
         kavro_log(KAVRO_LOG_ERROR, "Can't read encryption key from '%s': %s (%d)", path, std::strerror(errno), errno);
@@ -48,11 +48,11 @@ bool readKey(KeyBuffer& key, std::size_t size, const char* path) {
 }
 
 /// Puts a node for the scheme at the head of the list. False, logged, on failure; the list is then as it was.
-bool createNode(const std::string& name, const char* keyPath) {
+bool create_node(const std::string& name, const char* keyPath) {
     const std::string::size_type colon = name.find(':');
     const std::string cipherName = name.substr(0, colon);
     decltype(cipher_ctx_node::cipher) cipher;
-    if (name.size() < CIPHER_NAME_SIZE) {
+    if (name.size() < kCipherNameSize) {
         cipher.reset(EVP_CIPHER_fetch(nullptr, cipherName.c_str(), nullptr));
     }
     if (cipher == nullptr) {
@@ -66,7 +66,7 @@ bool createNode(const std::string& name, const char* keyPath) {
     }
     KeyBuffer key{};
     const kavro::auth::ScopedWipe wipeKey(key);
-    if (!readKey(key, keySize, keyPath)) {
+    if (!read_key(key, keySize, keyPath)) {
         return false;
     }
 
@@ -74,7 +74,7 @@ bool createNode(const std::string& name, const char* keyPath) {
     const bool pkcs = colon != std::string::npos && name.find("PKCS", colon) != std::string::npos;
     node.flags = SYMMETRIC_CIPHER_RANDOM_IV | (pkcs ? 0U : SYMMETRIC_CIPHER_NO_PADDING);
     node.references = 1;
-    name.copy(node.name.data(), CIPHER_NAME_SIZE - 1);
+    name.copy(node.name.data(), kCipherNameSize - 1);
     node.cipher = std::move(cipher);
     symmetric_cipher_init(&node.record);
     node.record.cipher = node.cipher.get();
@@ -124,7 +124,7 @@ int kavro_cipher_init(const char* name, const char* key_path) {
         return 1;
     }
     cphr_load_library();
-    if (createNode(name, key_path)) {
+    if (create_node(name, key_path)) {
         return 1;
     }
     kavro_log(KAVRO_LOG_ERROR, "Failed to initialize encryption cipher '%s' with key '%s'", name, key_path);

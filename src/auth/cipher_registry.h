@@ -12,7 +12,7 @@
 #include "auth/symmetric_cipher.h"
 
 /// Room for a scheme name with its zero.
-inline constexpr std::size_t CIPHER_NAME_SIZE = 32;
+inline constexpr std::size_t kCipherNameSize = 32;
 
 namespace kavro::auth {
 
@@ -29,7 +29,7 @@ struct cipher_ctx_node {
     cipher_ctx_node& operator=(const cipher_ctx_node&) = delete;
     ~cipher_ctx_node();
 
-    std::array<char, CIPHER_NAME_SIZE> name{};
+    std::array<char, kCipherNameSize> name{};
     symmetric_cipher record;
     std::unique_ptr<EVP_CIPHER, kavro::auth::CipherDeleter> cipher;
     unsigned flags = 0;       ///< symmetric_cipher_flags

@@ -18,17 +18,17 @@ char* refuse() {
     return nullptr;
 }
 
-std::size_t ivSize(const cipher_ctx_node& node) {
+std::size_t iv_size(const cipher_ctx_node& node) {
     return static_cast<std::size_t>(EVP_CIPHER_get_iv_length(node.cipher.get()));
 }
 
 /// The wiping end of a pass: what was plain stays nowhere but with the caller.
-void forgetPlain(cipher_ctx_node& node) {
+void forget_plain(cipher_ctx_node& node) {
     kavro::auth::SecretBytes().swap(node.record.plain);
 }
 
 /// Encrypts the record's plain buffer, with the caller's IV when there is one.
-bool encryptWith(cipher_ctx_node& node, const std::string& callerIv) {
+bool encrypt_with(cipher_ctx_node& node, const std::string& callerIv) {
     if (callerIv.empty() || (node.flags & SYMMETRIC_CIPHER_RANDOM_IV) == 0) {
         return encrypt_symmetric(&node.record) == 1;
     }
@@ -52,7 +52,7 @@ char* format(const cipher_ctx_node& node, const std::string& callerIv) {
     std::string text = kSeparator + std::string(node.name.data()) + kSeparator;
     if ((node.flags & SYMMETRIC_CIPHER_RANDOM_IV) != 0) {
         if (callerIv.empty()) {
-            const kavro::CString iv(b64_encode(symmetric_cipher_get_iv(&node.record), ivSize(node)));
+            const kavro::CString iv(b64_encode(symmetric_cipher_get_iv(&node.record), iv_size(node)));
             if (iv == nullptr) {
                 return nullptr;
             }
@@ -72,7 +72,7 @@ char* kavro_cipher_encrypt(const char* name, const char* plain) {
     if (name == nullptr) {
         return refuse();
     }
-    const std::string spec = kSeparator + std::string(name, ::strnlen(name, CIPHER_NAME_SIZE - 1));
+    const std::string spec = kSeparator + std::string(name, ::strnlen(name, kCipherNameSize - 1));
     return kavro_cipher_crypt(plain, spec.c_str());
 }
 
@@ -92,8 +92,8 @@ char* kavro_cipher_crypt(const char* plain, const char* spec) {
     if (node == nullptr || symmetric_cipher_set_plain(&node->record, plain) == 0) {
         return nullptr;
     }
-    const bool encrypted = encryptWith(*node, callerIv);
-    forgetPlain(*node);
+    const bool encrypted = encrypt_with(*node, callerIv);
+    forget_plain(*node);
     return encrypted ? format(*node, callerIv) : nullptr;
 }
 
@@ -125,6 +125,6 @@ char* kavro_cipher_decrypt(const char* stored) {
         const char* decrypted = symmetric_cipher_get_plain(&node->record);
         plain = decrypted == nullptr ? nullptr : ::strdup(decrypted);
     }
-    forgetPlain(*node);
+    forget_plain(*node);
     return plain;
 }

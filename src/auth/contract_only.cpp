@@ -32,7 +32,7 @@ bool names(const std::string& value, const char* server) {
 }
 
 /// The style that a line of the feature list tells, or -1, logged when the line is about the mail server at all.
-int styleOf(std::string_view line) {
+int style_of(std::string_view line) {
     if (!line.starts_with(kFeature)) {
         return -1;
     }
@@ -56,9 +56,9 @@ int styleOf(std::string_view line) {
 }  // namespace
 
 int mailAuthDBDetectStyle() {
-    const std::string command = std::string(PRODUCT_ROOT_D) + "/admin/sbin/mxadmin-server --features";
+    const std::string command = std::string(kProductRoot) + "/admin/sbin/mxadmin-server --features";
     if (command.size() >= kMaxCommandLength) {
-        kavro_log(KAVRO_LOG_ERROR, "path to mxadmin is too long, check PRODUCT_ROOT_D (%s)", PRODUCT_ROOT_D);
+        kavro_log(KAVRO_LOG_ERROR, "path to mxadmin is too long, check PRODUCT_ROOT_D (%s)", kProductRoot);
         return -1;
     }
     const std::unique_ptr<std::FILE, PipeCloser> output(::popen(command.c_str(), "re"));
@@ -70,7 +70,7 @@ int mailAuthDBDetectStyle() {
     std::string_view rest(features == nullptr ? "" : features.get());
     while (!rest.empty()) {
         const std::size_t end = rest.find('\n');
-        if (const int style = styleOf(rest.substr(0, end)); style != -1) {
+        if (const int style = style_of(rest.substr(0, end)); style != -1) {
             return style;
         }
         rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);

@@ -29,7 +29,7 @@ constexpr std::size_t kBufferSize = 4096;
 using PasswordBuffer = std::array<char, kBufferSize + 1>;
 
 /// The variable's text when it is set and not empty, else null.
-const char* valueOf(const char* name) {
+const char* value_of(const char* name) {
     const char* value = ::getenv(name);
     return value != nullptr && *value != '\0' ? value : nullptr;
 }
@@ -46,12 +46,12 @@ void forget(const char* name) {
     ::unsetenv(name);
 }
 
-void copyTo(PasswordBuffer& buffer, const char* text) {
+void copy_to(PasswordBuffer& buffer, const char* text) {
     std::copy_n(text, ::strnlen(text, kBufferSize), buffer.begin());
 }
 
 /// MD5-crypt with a fresh salt, as crypt(5) describes it. Leaves the buffer empty when crypt(3) refuses.
-void hashTo(PasswordBuffer& buffer, const char* plain) {
+void hash_to(PasswordBuffer& buffer, const char* plain) {
     constexpr char kAlphabet[] = "./0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
     constexpr int kSaltLength = 8;
     std::string salt = "$1$";
@@ -64,7 +64,7 @@ void hashTo(PasswordBuffer& buffer, const char* plain) {
     const auto work = std::make_unique<struct crypt_data>();
     const char* hash = ::crypt_rn(plain, salt.c_str(), work.get(), sizeof(*work));
     if (hash != nullptr) {
-        copyTo(buffer, hash);
+        copy_to(buffer, hash);
     }
     ::explicit_bzero(work.get(), sizeof(*work));
 }
@@ -73,7 +73,7 @@ void hashTo(PasswordBuffer& buffer, const char* plain) {
 
 int get_env_password(const char** password, int* crypted) {
     for (const char* name : {kPlainVariable, kCryptedVariable}) {
-        const char* value = valueOf(name);
+        const char* value = value_of(name);
         if (value == nullptr) {
             continue;
         }
@@ -93,12 +93,12 @@ int get_env_password(const char** password, int* crypted) {
 const char* get_env_crypted_password() {
     static PasswordBuffer buffer{};
     if (buffer.front() == '\0') {
-        if (const char* plain = valueOf(kPlainVariable); plain != nullptr) {
-            hashTo(buffer, plain);
-        } else if (const char* hash = valueOf(kCryptedVariable); hash != nullptr) {
-            copyTo(buffer, hash);
+        if (const char* plain = value_of(kPlainVariable); plain != nullptr) {
+            hash_to(buffer, plain);
+        } else if (const char* hash = value_of(kCryptedVariable); hash != nullptr) {
+            copy_to(buffer, hash);
         } else {
-            hashTo(buffer, "");
+            hash_to(buffer, "");
         }
         forget(kPlainVariable);
         forget(kCryptedVariable);
@@ -110,7 +110,7 @@ const char* get_env_noncrypted_password() {
     static PasswordBuffer buffer{};
     if (buffer.front() == '\0') {
         if (const char* plain = ::getenv(kPlainVariable); plain != nullptr) {
-            copyTo(buffer, plain);
+            copy_to(buffer, plain);
             forget(kPlainVariable);
         }
     }

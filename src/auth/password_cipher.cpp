@@ -38,12 +38,12 @@ char* mail_aes_decrypt(const char* stored) {
 }
 
 std::size_t mail_aes_gen_key(unsigned char* buffer, std::size_t size) {
-    if (size < MAIL_AES_KEY_SIZE) {
+    if (size < kMailAesKeySize) {
         errno = EINVAL;
         return 0;
     }
     cphr_load_library();
-    return RAND_bytes(buffer, static_cast<int>(MAIL_AES_KEY_SIZE)) < 1 ? 0 : MAIL_AES_KEY_SIZE;
+    return RAND_bytes(buffer, static_cast<int>(kMailAesKeySize)) < 1 ? 0 : kMailAesKeySize;
 }
 
 int is_encrypted_with_mail_aes(const char* text) {

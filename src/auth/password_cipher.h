@@ -5,7 +5,7 @@
 #include <cstddef>
 
 /// Bytes of the key, which is also what a key file holds.
-inline constexpr std::size_t MAIL_AES_KEY_SIZE = 32;
+inline constexpr std::size_t kMailAesKeySize = 32;
 
 /// Makes the cipher context available (reference-counted). 1, or 0 on failure, logged.
 int mail_aes_init(const char* key_path);

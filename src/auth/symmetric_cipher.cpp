@@ -15,7 +15,7 @@ using kavro::auth::SecretBytes;
 
 namespace {
 
-enum Direction : int { kDecrypt = 0, kEncrypt = 1 };
+enum class Direction : int { Decrypt = 0, Encrypt = 1 };
 
 constexpr std::array<unsigned char, EVP_MAX_BLOCK_LENGTH> kZeros{};
 
@@ -26,15 +26,15 @@ int refuse() {
     return 0;
 }
 
-std::size_t ivLength(const symmetric_cipher& record) {
+std::size_t iv_length(const symmetric_cipher& record) {
     return static_cast<std::size_t>(EVP_CIPHER_get_iv_length(record.cipher));
 }
 
-std::size_t blockSize(const symmetric_cipher& record) {
+std::size_t block_size(const symmetric_cipher& record) {
     return static_cast<std::size_t>(EVP_CIPHER_get_block_size(record.cipher));
 }
 
-std::size_t contentSize(const SecretBytes& buffer) {
+std::size_t content_size(const SecretBytes& buffer) {
     return buffer.empty() ? 0 : buffer.size() - 1;
 }
 
@@ -54,7 +54,7 @@ int store(SecretBytes& target, const unsigned char* bytes, std::size_t size, con
     if (bytes == nullptr) {
         return refuse();
     }
-    if (size > SYMMETRIC_CIPHER_MAX_DATA) {
+    if (size > kMaxCipherData) {
         kavro_log(KAVRO_LOG_WARNING,
                   "Attempt to feed into symmetric cipher more %s data (%zu bytes) than it's designed to handle.", kind,
                   size);
@@ -76,11 +76,12 @@ int store(SecretBytes& target, const unsigned char* bytes, std::size_t size, con
 /// Sets the context up on first use, else gives it the record's IV.
 bool prepare(Context& context, const symmetric_cipher& record, Direction direction) {
     if (context != nullptr) {
-        return EVP_CipherInit_ex(context.get(), nullptr, nullptr, nullptr, record.iv.data(), direction) == 1;
+        return EVP_CipherInit_ex(context.get(), nullptr, nullptr, nullptr, record.iv.data(),
+                                 static_cast<int>(direction)) == 1;
     }
     Context created(EVP_CIPHER_CTX_new());
-    if (created == nullptr ||
-        EVP_CipherInit_ex(created.get(), record.cipher, nullptr, record.key.data(), record.iv.data(), direction) != 1) {
+    if (created == nullptr || EVP_CipherInit_ex(created.get(), record.cipher, nullptr, record.key.data(),
+                                                record.iv.data(), static_cast<int>(direction)) != 1) {
         return false;
     }
     if ((record.flags & SYMMETRIC_CIPHER_NO_PADDING) != 0) {
@@ -91,17 +92,17 @@ bool prepare(Context& context, const symmetric_cipher& record, Direction directi
 }
 
 /// Overwrites the block that the library padded or unpadded last: it stands in the clear for as long as the context.
-void forgetLastBlock(Context& context, const symmetric_cipher& record, Direction direction) {
+void forget_last_block(Context& context, const symmetric_cipher& record, Direction direction) {
     std::array<unsigned char, EVP_MAX_BLOCK_LENGTH> sink;
     int written = 0;
     if (prepare(context, record, direction)) {
-        EVP_CipherUpdate(context.get(), sink.data(), &written, kZeros.data(), static_cast<int>(blockSize(record)) - 1);
+        EVP_CipherUpdate(context.get(), sink.data(), &written, kZeros.data(), static_cast<int>(block_size(record)) - 1);
     }
 }
 
 /// One pass through a prepared context: the input, zero bytes behind it, the final block. Empty on failure.
 SecretBytes transform(EVP_CIPHER_CTX* context, const SecretBytes& input, std::size_t zeroBytes, std::size_t block) {
-    const std::size_t size = contentSize(input);
+    const std::size_t size = content_size(input);
     SecretBytes output(size + zeroBytes + block + 1);
     int total = 0;
     int written = 0;
@@ -130,14 +131,14 @@ SecretBytes transform(EVP_CIPHER_CTX* context, const SecretBytes& input, std::si
 
 /// Runs one direction from one buffer to the other; the target is left alone on failure.
 int run(symmetric_cipher& record, Direction direction, std::size_t zeroBytes) try {
-    const bool encrypts = direction == kEncrypt;
+    const bool encrypts = direction == Direction::Encrypt;
     Context& context = encrypts ? record.encryption : record.decryption;
     if (!prepare(context, record, direction)) {
         return 0;
     }
     SecretBytes output =
-        transform(context.get(), encrypts ? record.plain : record.encrypted, zeroBytes, blockSize(record));
-    forgetLastBlock(context, record, direction);
+        transform(context.get(), encrypts ? record.plain : record.encrypted, zeroBytes, block_size(record));
+    forget_last_block(context, record, direction);
     if (output.empty()) {
         return 0;
     }
@@ -180,7 +181,7 @@ int symmetric_cipher_set_key(symmetric_cipher* record, const unsigned char* byte
 }
 
 int symmetric_cipher_set_iv(symmetric_cipher* record, const unsigned char* bytes, std::size_t size) {
-    return store(record->iv, ivLength(*record), bytes, size);
+    return store(record->iv, iv_length(*record), bytes, size);
 }
 
 const unsigned char* symmetric_cipher_get_iv(const symmetric_cipher* record) {
@@ -193,7 +194,7 @@ int symmetric_cipher_set_plain(symmetric_cipher* record, const char* text) {
 }
 
 const char* symmetric_cipher_get_plain(const symmetric_cipher* record) {
-    return contentSize(record->plain) == 0 ? nullptr : reinterpret_cast<const char*>(record->plain.data());
+    return content_size(record->plain) == 0 ? nullptr : reinterpret_cast<const char*>(record->plain.data());
 }
 
 int symmetric_cipher_set_encrypted(symmetric_cipher* record, const unsigned char* bytes, std::size_t size) {
@@ -201,24 +202,24 @@ int symmetric_cipher_set_encrypted(symmetric_cipher* record, const unsigned char
 }
 
 const unsigned char* symmetric_cipher_get_encrypted(const symmetric_cipher* record, std::size_t* size) {
-    *size = contentSize(record->encrypted);
+    *size = content_size(record->encrypted);
     return *size == 0 ? nullptr : record->encrypted.data();
 }
 
 int encrypt_symmetric(symmetric_cipher* record) {
-    const std::size_t size = contentSize(record->plain);
-    const std::size_t block = blockSize(*record);
+    const std::size_t size = content_size(record->plain);
+    const std::size_t block = block_size(*record);
     std::size_t zeroBytes = 0;
     if ((record->flags & SYMMETRIC_CIPHER_NO_PADDING) != 0 && (size == 0 || size % block != 0)) {
         zeroBytes = block - size % block;
     }
     if ((record->flags & SYMMETRIC_CIPHER_RANDOM_IV) != 0 &&
-        RAND_bytes(record->iv.data(), static_cast<int>(ivLength(*record))) < 1) {
+        RAND_bytes(record->iv.data(), static_cast<int>(iv_length(*record))) < 1) {
         return 0;
     }
-    return run(*record, kEncrypt, zeroBytes);
+    return run(*record, Direction::Encrypt, zeroBytes);
 }
 
 int decrypt_symmetric(symmetric_cipher* record) {
-    return run(*record, kDecrypt, 0);
+    return run(*record, Direction::Decrypt, 0);
 }

@@ -17,7 +17,7 @@ enum symmetric_cipher_flags : unsigned {
 };
 
 /// Longest plain or encrypted text in bytes: the cipher library counts in int.
-inline constexpr std::size_t SYMMETRIC_CIPHER_MAX_DATA = 2147483646;
+inline constexpr std::size_t kMaxCipherData = 2147483646;
 
 namespace kavro::auth {
 

@@ -100,7 +100,7 @@ int do_main(int argc, char** argv) {
         // Read and forgotten: no child of a command that has no use for a password shall inherit it.
         const PasswordAccessor unused;
     }
-    mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
+    mailAuthDBSelectStyle(kPostfixStyle);
     return command->handler(argc - 1, argv + 1);
 }
 

@@ -16,7 +16,7 @@ int addDomainAlias(int argc, char** argv) {
     ProgramOptionsHelper helper(
         "add a domain alias",
         std::string("--add-domain-alias --domain-name=<domain_name> --domain-alias-name=<domain_alias_name>") +
-            kNotexistingMailSynopsis + kDomainDataSynopsis);
+            kUnknownRecipientsSynopsis + kDomainDataSynopsis);
     formDomainAliasOptions(helper);
     formNotexistingMailOptions(helper);
     standardOptionsParse(helper, argc, argv);
@@ -42,7 +42,7 @@ int renameDomainAlias(int argc, char** argv) {
         "rename a given domain alias",
         std::string("--rename-domain-alias --domain-name=<domain_name> --old-domain-alias-name=<old_domain_alias_name> "
                     "--new-domain-alias-name=<new_domain_alias_name>") +
-            kNotexistingMailSynopsis + kDomainDataSynopsis);
+            kUnknownRecipientsSynopsis + kDomainDataSynopsis);
     addDomainNameOption(helper);
     helper.addOptions()("old-domain-alias-name", boost::program_options::value<DomainNameTOpt>(),
                         "old domain alias name", true)(

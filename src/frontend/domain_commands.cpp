@@ -71,7 +71,7 @@ int renameDomain(int argc, char** argv) {
 
 int enableDomain(int argc, char** argv) {
     ProgramOptionsHelper helper("enable a domain", std::string("--turn-on-domain --domain-name=<domain>") +
-                                                       kNotexistingMailSynopsis + kDomainDataSynopsis);
+                                                       kUnknownRecipientsSynopsis + kDomainDataSynopsis);
     addDomainNameOption(helper);
     addMailDataOptions(helper);
     formNotexistingMailOptions(helper);

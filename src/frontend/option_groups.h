@@ -43,7 +43,8 @@ inline constexpr const char* kDomainDataSynopsis =
 inline constexpr const char* kMailDataSynopsis =
     "\n\t[--mail-addresses=<mail_name1,alias11,alias12,...;mail_name2,alias21,...;...>] [--wait-stdin]";
 inline constexpr const char* kDefaultQuotaSynopsis = "\n\t[--default-domain-quota=<quota>] [--wait-stdin]";
-inline constexpr const char* kNotexistingMailSynopsis = " <--set-bounce 'text'| --set-catchall 'email' | --set-reject>";
+inline constexpr const char* kUnknownRecipientsSynopsis =
+    " <--set-bounce 'text'| --set-catchall 'email' | --set-reject>";
 inline constexpr const char* kPasswordSynopsis =
     "\n        The noncrypted password is transferred in the environment variable ZCP_PASSWORD,"
     "\n        or crypted password is transferred in the environment variable ZCP_CRYPTED_PASSWORD";

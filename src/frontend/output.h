@@ -5,11 +5,9 @@
 #include <iosfwd>
 
 /// Exit statuses of the program itself. A handler's result is passed on as it is.
-enum ExitStatus : int {
-    kExitSuccess = 0,
-    kExitFailure = 1,         ///< wrong usage, lost output, or an exception
-    kExitUntypedFailure = 2,  ///< an exception of unknown type
-};
+inline constexpr int kExitSuccess = 0;
+inline constexpr int kExitFailure = 1;         ///< wrong usage, lost output, or an exception
+inline constexpr int kExitUntypedFailure = 2;  ///< an exception of unknown type
 
 /// Flushes; reports on standard error when the stream did not take all that was written. True when it did.
 bool finishOutput(std::ostream& stream);

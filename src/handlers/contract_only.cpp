@@ -33,7 +33,7 @@ int hand_on(const mh_list& rows, mh_list* list) {
 }  // namespace
 
 int mh_db_select(int queue, int type, const char* address, mh_list* list) {
-    if (type == MH_TYPE_GLOBAL) {
+    if (type == kGlobalHandlerType) {
         const char* recipient = kavro::handlers::global_recipient(address);
         if (recipient == nullptr) {
             kavro_log(KAVRO_LOG_ERROR, "Incorrect recipient address for global handler `%s', expected [NULL|%s|%s]",
@@ -58,7 +58,7 @@ int mh_db_select(int queue, int type, const char* address, mh_list* list) {
         return save_row(rows.get(), record);
     };
     if (rows == nullptr ||
-        run_statement(nullptr, SqliteConnection::Access::kReadOnly,
+        run_statement(nullptr, SqliteConnection::Access::ReadOnly,
                       {"SELECT executable, context, name FROM handlers WHERE queue=? AND type=? AND enabled=? AND "
                        "address=? ORDER BY priority DESC",
                        nullptr, kavro::handlers::kReadFailure},
@@ -74,7 +74,7 @@ int mh_db_select_by_name(const char* fragment, mh_list* list) {
     const ListOwner rows(mh_list_init());
     const auto keep_all = [](const char*) { return true; };
     if (rows == nullptr ||
-        select_by_fragment(nullptr, SqliteConnection::Access::kReadOnly, fragment, keep_all, rows.get()) != 0) {
+        select_by_fragment(nullptr, SqliteConnection::Access::ReadOnly, fragment, keep_all, rows.get()) != 0) {
         return -1;
     }
     return hand_on(*rows, list);

@@ -2,7 +2,7 @@
 #pragma once
 
 /// Type of a global handler: one that runs for every recipient.
-inline constexpr int MH_TYPE_GLOBAL = 4;
+inline constexpr int kGlobalHandlerType = 4;
 
 /// One handler. The strings are owned by the record; a null context is stored as "none".
 struct mh_data {

@@ -67,7 +67,7 @@ std::string full_address(const std::string& name, const char* domain) {
 /// Reads the handlers of one address into the list, under the new address. As in read_domain, `protected` is not read:
 /// a copy is never protected on restore.
 int read_address(SqliteConnection* connection, const StoredAddress& address, std::string new_address, mh_list* list) {
-    return run_statement(connection, SqliteConnection::Access::kReadWriteCreate,
+    return run_statement(connection, SqliteConnection::Access::ReadWriteCreate,
                          {"SELECT priority, type, queue, name, executable, context, enabled FROM handlers WHERE "
                           "address=?",
                           nullptr, kCloneReadFailure},
@@ -80,7 +80,7 @@ int read_address(SqliteConnection* connection, const StoredAddress& address, std
 
 /// Reads the handlers of a domain's addresses into the list, each under its name in the new domain.
 int read_domain(SqliteConnection* connection, const StoredAddress& domain, const char* new_domain, mh_list* list) {
-    return run_statement(connection, SqliteConnection::Access::kReadWriteCreate,
+    return run_statement(connection, SqliteConnection::Access::ReadWriteCreate,
                          {"SELECT priority, type, queue, name, executable, context, enabled, address FROM handlers "
                           "WHERE address LIKE '%' || ? || '%'",
                           nullptr, kCloneReadFailure},
@@ -101,7 +101,7 @@ int read_domain(SqliteConnection* connection, const StoredAddress& domain, const
 
 int mh_db_do(const mh_list* list, SqliteConnection* connection,
              int (*operation)(SqliteConnection* connection, const mh_data* record)) {
-    OperationConnection opened(connection, SqliteConnection::Access::kReadWriteCreate);
+    OperationConnection opened(connection, SqliteConnection::Access::ReadWriteCreate);
     Transaction transaction(opened.get());
     if (!opened.isOpen() || !transaction.begin()) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to begin sqlite transaction: %s", opened.get().errorText());
@@ -121,7 +121,7 @@ int mh_db_remove_all(const char* domain) {
     SqliteConnection connection;
     const ListOwner list(mh_list_init());
     const auto in_domain = [&](const char* address) { return domain_part(address, stored) != nullptr; };
-    if (list == nullptr || kavro::handlers::select_by_fragment(&connection, SqliteConnection::Access::kReadWriteCreate,
+    if (list == nullptr || kavro::handlers::select_by_fragment(&connection, SqliteConnection::Access::ReadWriteCreate,
                                                                stored.get(), in_domain, list.get()) != 0) {
         kavro_log(KAVRO_LOG_ERROR, "Get handlers list");
         return -1;

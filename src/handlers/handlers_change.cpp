@@ -27,7 +27,7 @@ int mh_db_action(const char* sql, const char* value) {
 
 int mh_db_add(SqliteConnection* connection, const mh_data* record) {
     const char* address = record->address;
-    if (record->type == MH_TYPE_GLOBAL) {
+    if (record->type == kGlobalHandlerType) {
         address = validate_global_handler_recipient(address);
         if (address == nullptr) {
             return -1;

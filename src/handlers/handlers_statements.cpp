@@ -51,7 +51,7 @@ int run_statement(SqliteConnection* connection, SqliteConnection::Access access,
 }
 
 int run_change(SqliteConnection* connection, const StatementTexts& texts, std::initializer_list<Parameter> parameters) {
-    return run_statement(connection, SqliteConnection::Access::kReadWriteCreate, texts, parameters);
+    return run_statement(connection, SqliteConnection::Access::ReadWriteCreate, texts, parameters);
 }
 
 StoredAddress::StoredAddress(const char* address) : given_(address != nullptr), text_(given_ ? address : "") {

@@ -24,7 +24,7 @@ using kavro::mail::postfix::DatabaseHelper;
 
 namespace {
 
-enum class Purpose { kLogin, kCredentials, kDelivery };
+enum class Purpose { Login, Credentials, Delivery };
 
 std::string inLowerCase(std::string text) {
     ascii_lower(text.data());
@@ -67,14 +67,14 @@ void setPaths(Account& account, const std::string& value) {
         ("/" + value).find("/../") != std::string::npos) {
         throw std::runtime_error("the mailbox of " + account.address + " is not below the mail root");
     }
-    account.home = std::string(zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D)) + '/' +
-                   value.substr(0, value.size() - kMaildir.size());
+    account.home =
+        std::string(zcpConfGetDefaultByIndex(kMailRootKey)) + '/' + value.substr(0, value.size() - kMaildir.size());
     account.maildir = account.home + "/Maildir";
 }
 
 void setMailUser(Account& account) {
-    if (kavro_getpw(MAIL_USER, &account.uid, &account.gid, nullptr) == -1) {
-        throw std::runtime_error(std::string("no user ") + MAIL_USER);
+    if (kavro_getpw(kMailUser, &account.uid, &account.gid, nullptr) == -1) {
+        throw std::runtime_error(std::string("no user ") + kMailUser);
     }
 }
 
@@ -114,7 +114,7 @@ const char* judge(Account& account, Purpose purpose, const char* password) {
     if (hasMailbox) {
         setPaths(account, *mailbox);
     }
-    if (purpose == Purpose::kDelivery) {
+    if (purpose == Purpose::Delivery) {
         return hasMailbox ? nullptr : "no mailbox";
     }
     const StoredUser user(account.login);
@@ -132,7 +132,7 @@ const char* judge(Account& account, Purpose purpose, const char* password) {
     if (password != nullptr && !matches) {
         return "wrong password";
     }
-    if (purpose == Purpose::kCredentials) {
+    if (purpose == Purpose::Credentials) {
         account.password = passwordForServer(user.value());
     }
     return nullptr;
@@ -165,19 +165,19 @@ std::optional<Account> authenticate(const std::string& login, const char* passwo
         kavro_log(KAVRO_LOG_INFO, "login refused: no usable password");
         return std::nullopt;
     }
-    return find(login, Purpose::kLogin, password);
+    return find(login, Purpose::Login, password);
 }
 
 std::optional<Account> findLogin(const std::string& login) {
-    return find(login, Purpose::kLogin, nullptr);
+    return find(login, Purpose::Login, nullptr);
 }
 
 std::optional<Account> findWithPassword(const std::string& login) {
-    return find(login, Purpose::kCredentials, nullptr);
+    return find(login, Purpose::Credentials, nullptr);
 }
 
 std::optional<Account> findMailbox(const std::string& login) {
-    return find(login, Purpose::kDelivery, nullptr);
+    return find(login, Purpose::Delivery, nullptr);
 }
 
 void forEachAccount(const std::function<void(const Account&)>& use) {

@@ -54,7 +54,7 @@ int dispatch(int argc, char** argv) {
 }  // namespace
 
 int run(int argc, char** argv) {
-    mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
+    mailAuthDBSelectStyle(kPostfixStyle);
     try {
         return dispatch(argc, argv);
     } catch (const std::exception& error) {

@@ -4,14 +4,12 @@
 
 namespace mxcheckpassword {
 
-/// checkpassword's own statuses, which Dovecot knows; pam_exec(8) tells zero from the rest.
-enum ExitStatus : int {
-    kExitAccepted = 0,
-    kExitRefused = 1,
-    kExitMisused = 2,
-    kExitUnknown = 3,  ///< Dovecot: no such user, where no password was asked for
-    kExitTemporary = 111,
-};
+// checkpassword's own statuses, which Dovecot knows; pam_exec(8) tells zero from the rest.
+inline constexpr int kExitAccepted = 0;
+inline constexpr int kExitRefused = 1;
+inline constexpr int kExitMisused = 2;
+inline constexpr int kExitUnknown = 3;  ///< Dovecot: no such user, where no password was asked for
+inline constexpr int kExitTemporary = 111;
 
 /// checkpassword: "login NUL password NUL timestamp NUL" on descriptor 3. Becomes the command when it accepts.
 /// With AUTHORIZED=1 in the environment Dovecot asks for a user without a password.

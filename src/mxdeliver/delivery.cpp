@@ -41,8 +41,8 @@ void requireMailUser() {
     if (::geteuid() == 0 || ::getuid() == 0) {
         throw Trouble("never run as root");
     }
-    if (kavro_getpw(MAIL_USER, &mailUser, nullptr, nullptr) != 0 || ::geteuid() != mailUser) {
-        throw Trouble(std::string("run by another user than ") + MAIL_USER);
+    if (kavro_getpw(kMailUser, &mailUser, nullptr, nullptr) != 0 || ::geteuid() != mailUser) {
+        throw Trouble(std::string("run by another user than ") + kMailUser);
     }
 }
 

@@ -82,7 +82,7 @@ kavro::FdOwner openHome(const Envelope& envelope) {
     if (!kavro::mail::isPathComponent(envelope.domain) || !kavro::mail::isPathComponent(envelope.localPart)) {
         noSuchMailname(envelope);
     }
-    const boost::filesystem::path root(zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D));
+    const boost::filesystem::path root(zcpConfGetDefaultByIndex(kMailRootKey));
     const kavro::QuietFdOwner domain =
         kavro::mail::openDomainRoot(root / kavro::mail::lowerPathComponent(envelope.domain));
     if (domain.empty()) {

@@ -82,10 +82,10 @@ void renameOver(const std::string& from, const std::string& to, unsigned how = 0
 void copyDatabase(const std::string& from, const std::string& to) {
     SqliteConnection source;
     SqliteConnection target;
-    if (!source.open(from.c_str(), SqliteConnection::Access::kReadOnly)) {
+    if (!source.open(from.c_str(), SqliteConnection::Access::ReadOnly)) {
         throw std::runtime_error("cannot read " + from + ": " + source.errorText());
     }
-    bool good = target.open(to.c_str(), SqliteConnection::Access::kReadWriteCreate);
+    bool good = target.open(to.c_str(), SqliteConnection::Access::ReadWriteCreate);
     if (good) {
         sqlite3_backup* copy = sqlite3_backup_init(target.get(), "main", source.get(), "main");
         int step = SQLITE_ERROR;
@@ -158,7 +158,7 @@ NewStore buildTable(const char* table, const std::string& backup, const std::str
 }  // namespace
 
 int runBackup(const Options& options) {
-    mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
+    mailAuthDBSelectStyle(kPostfixStyle);
     const std::string target = fs::absolute(options.argument).string();
     if (fileExists(target.c_str())) {
         throw std::runtime_error(target + " exists: a backup is a new directory");
@@ -182,8 +182,8 @@ int runBackup(const Options& options) {
     if (::mkdir((to + '/' + kKeysName).c_str(), S_IRWXU) != 0) {
         kavro::throwSystemError("cannot make the directory " + to + '/' + kKeysName, errno);
     }
-    for (const std::string& name : filesBelow(DOMAINKEYS_D)) {
-        const fs::path original = fs::path(DOMAINKEYS_D) / name;
+    for (const std::string& name : filesBelow(kDomainKeysDirectory)) {
+        const fs::path original = fs::path(kDomainKeysDirectory) / name;
         const fs::path path = fs::path(kKeysName) / name;
         const fs::path copy = fs::path(to) / path;
         fs::create_directories(copy.parent_path());
@@ -198,7 +198,7 @@ int runBackup(const Options& options) {
 }
 
 int runRestore(const Options& options) {
-    mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
+    mailAuthDBSelectStyle(kPostfixStyle);
     const std::string backup = fs::absolute(options.argument).string();
     const std::vector<BackupFile> files = readManifest(backup);
     const auto file = [&files](const std::string& name) -> const BackupFile& {
@@ -211,7 +211,7 @@ int runRestore(const Options& options) {
     makeMissingDirectories(std::cout);
     const MKLock turn(kStoresLock, MKLock::kHashedName, MKLock::kWait);
     const DraftDirectory drafts(restoreDirectory());
-    const DraftDirectory keys(std::string(DOMAINKEYS_D) + ".restored");
+    const DraftDirectory keys(std::string(kDomainKeysDirectory) + ".restored");
 
     std::vector<NewStore> stores;
     for (const char* table : lookupTables()) {
@@ -242,7 +242,7 @@ int runRestore(const Options& options) {
     for (const NewStore& store : stores) {
         std::cout << (fileExists(store.path.c_str()) ? "replaces " : "makes ") << store.path << '\n';
     }
-    std::cout << "replaces " << DOMAINKEYS_D << std::endl;
+    std::cout << "replaces " << kDomainKeysDirectory << std::endl;
     // From here on each store changes at once and whole. Nobody edits a table meanwhile.
     std::list<MKLock> textLocks;
     std::list<TableLock> tableLocks;
@@ -257,7 +257,7 @@ int runRestore(const Options& options) {
         ::unlink((store.path + "-journal").c_str());
         renameOver(store.draft, store.path);
     }
-    renameOver(keys.path(), DOMAINKEYS_D, RENAME_EXCHANGE);
+    renameOver(keys.path(), kDomainKeysDirectory, RENAME_EXCHANGE);
     std::cout << "restored from " << backup << '\n';
     return kSuccess;
 }

@@ -36,8 +36,8 @@ int lookOver(const Options& options, bool fixing) {
         documents.emplace(node);
         documents->read(STDIN_FILENO);
     }
-    if (::getpwnam(MAIL_USER) == nullptr) {
-        throw std::runtime_error(std::string("there is no user ") + MAIL_USER);
+    if (::getpwnam(kMailUser) == nullptr) {
+        throw std::runtime_error(std::string("there is no user ") + kMailUser);
     }
     // What the floors below say of a damaged file is a finding here.
     kavro_log_set_level(-1);

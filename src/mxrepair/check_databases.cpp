@@ -49,7 +49,7 @@ bool hasHotJournal(const std::string& path) {
 
 void playJournalBack(const std::string& path) {
     SqliteConnection connection;
-    if (!connection.open(path.c_str(), SqliteConnection::Access::kReadWriteCreate) ||
+    if (!connection.open(path.c_str(), SqliteConnection::Access::ReadWriteCreate) ||
         !connection.execute("BEGIN IMMEDIATE; ROLLBACK")) {
         throw std::runtime_error("cannot play back the journal of " + path + ": " + connection.errorText());
     }
@@ -59,7 +59,7 @@ void playJournalBack(const std::string& path) {
 std::string integrityProblem(const std::string& path, const std::vector<const char*>& tables) {
     SqliteConnection connection;
     SqliteStatement statement(connection);
-    if (!connection.open(path.c_str(), SqliteConnection::Access::kReadOnly) ||
+    if (!connection.open(path.c_str(), SqliteConnection::Access::ReadOnly) ||
         !statement.prepare("PRAGMA integrity_check(1)") || statement.step() != SQLITE_ROW) {
         return connection.errorText();
     }
@@ -204,12 +204,12 @@ void checkAddresses(CheckContext& context, const char* store, const char* what, 
 }  // namespace
 
 void checkDatabaseFiles(CheckContext& context) {
-    mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
+    mailAuthDBSelectStyle(kPostfixStyle);
     const std::string directory = fs::path(mailAuthDB).parent_path().string();
     checkRights(context, "directory", "", directory, kPostfixUser, kPostfixUser, 0770);
     checkRights(context, kUsers, "", mailAuthDB, kPostfixUser, "root", 0460);
     checkRights(context, kUsers, "", mailAuthKey, kPostfixUser, "root", 0440);
-    checkRights(context, kHandlers, "", mh_db_path, "root", MAIL_USER, 0640);
+    checkRights(context, kHandlers, "", mh_db_path, "root", kMailUser, 0640);
     const bool users = checkDatabase(context, kUsers, mailAuthDB, {"domains", "users"});
     const bool handlers = checkDatabase(context, kHandlers, mh_db_path, {"handlers"});
     if (users) {
@@ -243,9 +243,9 @@ void checkKeys(CheckContext& context) {
         " EXISTS(SELECT 1 FROM node_alias a WHERE a.alias=k.domain) FROM signing_key k ORDER BY domain",
         {}, [&](const SqliteStatement& row) {
             const std::string domain = row.text(0);
-            const fs::path directory = fs::path(DOMAINKEYS_D) / domain;
+            const fs::path directory = fs::path(kDomainKeysDirectory) / domain;
             checkRights(context, kKeys, domain, directory.string(), "root", "root", 0755);
-            checkRights(context, kKeys, domain, (directory / kKeyFile).string(), "root", MAIL_USER, 0440);
+            checkRights(context, kKeys, domain, (directory / kKeyFile).string(), "root", kMailUser, 0440);
             if (context.tablesLoaded && row.number(1) == 0) {
                 context.findings.add({kKeys, directory.string(), domain, "a key of a domain that is not here",
                                       "remove it, if it has gone"});

@@ -293,9 +293,9 @@ void checkUnusedHomes(CheckContext& context) {
 }  // namespace
 
 void checkTree(CheckContext& context) {
-    const passwd* account = ::getpwnam(MAIL_USER);
+    const passwd* account = ::getpwnam(kMailUser);
     const passwd user = *account;  // later look-ups overwrite what this one points at
-    checkRights(context, kStorage, "", mailRoot(), MAIL_USER, MAIL_USER, 0755);
+    checkRights(context, kStorage, "", mailRoot(), kMailUser, kMailUser, 0755);
     {
         Progress progress(kStorage);
         context.node.query("SELECT domain FROM root ORDER BY domain", {},

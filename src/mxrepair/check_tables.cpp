@@ -29,7 +29,7 @@ using namespace kavro::mail::postfix;
 
 /// Somebody is at work on what is locked under that name. Takes no lock and makes no lock file.
 bool isInUse(const std::string& name) {
-    const std::string path = std::string(LOCK_FILES_D) + '/' + kavro::md5Hex(name);
+    const std::string path = std::string(kLockFilesDirectory) + '/' + kavro::md5Hex(name);
     const FdOwner file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     return !file.empty() && ::flock(file.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }

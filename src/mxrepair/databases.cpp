@@ -53,16 +53,16 @@ private:
     std::string path_;
 };
 
-enum class Presence { kMissing, kEmpty, kThere };
+enum class Presence { Missing, Empty, There };
 
 /// An empty database is what a command leaves that opened a missing one, and a --init that was killed.
 Presence presenceOf(const std::string& database) {
     if (!fileExists(database.c_str())) {
-        return Presence::kMissing;
+        return Presence::Missing;
     }
     struct stat found {};
     const bool empty = ::lstat(database.c_str(), &found) == 0 && S_ISREG(found.st_mode) && found.st_size == 0;
-    return empty ? Presence::kEmpty : Presence::kThere;
+    return empty ? Presence::Empty : Presence::There;
 }
 
 /// Puts an empty file in the place of a missing database: with it the next run knows, wherever this one is killed, that
@@ -78,27 +78,26 @@ void markAsMissing(const std::string& database) {
 }  // namespace
 
 void makeMissingAuthDatabase(std::ostream& report) {
-    mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
+    mailAuthDBSelectStyle(kPostfixStyle);
     const std::string database = mailAuthDB;
     const std::string key = mailAuthKey;
     const Presence presence = presenceOf(database);
     const bool keyExists = fileExists(key.c_str());
-    if (presence == Presence::kThere && keyExists) {
+    if (presence == Presence::There && keyExists) {
         kavro::auth::removeDrafts();
         return;
     }
-    if (presence == Presence::kThere || (presence == Presence::kMissing && keyExists)) {
+    if (presence == Presence::There || (presence == Presence::Missing && keyExists)) {
         // A new key would make every stored password unreadable, a new database would drop them.
         const std::string& found = keyExists ? key : database;
         const std::string& missing = keyExists ? database : key;
         throw std::runtime_error(found + " exists but " + missing + " is missing: put it back from a backup, or move " +
                                  found + " away to begin with an empty database");
     }
-    if (presence == Presence::kMissing) {
+    if (presence == Presence::Missing) {
         markAsMissing(database);
     }
-    if ((keyExists ? kavro::auth::initDatabaseBesideKey(MAIL_AUTH_POSTFIX_STYLE)
-                   : mailAuthDBInitStyle(MAIL_AUTH_POSTFIX_STYLE)) != 0) {
+    if ((keyExists ? kavro::auth::initDatabaseBesideKey(kPostfixStyle) : mailAuthDBInitStyle(kPostfixStyle)) != 0) {
         throw std::runtime_error("cannot make the mail authentication database " + database);
     }
     report << "created mail authentication database " << database << '\n';
@@ -113,7 +112,7 @@ void makeMissingHandlersDatabase(std::ostream& report) {
     const ScopedFile draft(database + ".new");
     const ScopedFile draftJournal(draft.path() + "-journal");
     const Presence presence = presenceOf(database);
-    if (presence == Presence::kThere) {
+    if (presence == Presence::There) {
         return;
     }
     {
@@ -122,11 +121,11 @@ void makeMissingHandlersDatabase(std::ostream& report) {
             throw std::runtime_error("cannot make the mail handlers database " + database);
         }
     }
-    if (presence == Presence::kEmpty) {
+    if (presence == Presence::Empty) {
         // What a killed command left would be rolled back into the new database.
         const ScopedFile journal(database + "-journal");
     }
-    const unsigned how = presence == Presence::kMissing ? RENAME_NOREPLACE : 0U;
+    const unsigned how = presence == Presence::Missing ? RENAME_NOREPLACE : 0U;
     if (kavro::retryInterrupted(
             [&] { return ::renameat2(AT_FDCWD, draft.path().c_str(), AT_FDCWD, database.c_str(), how); }) != 0) {
         if (errno == EEXIST) {

@@ -92,17 +92,15 @@ bool accountExists(const char* user) {
 
 /// The directory of lock files.
 Directory lockDirectory() {
-    return {LOCK_FILES_D, kRoot, S_IRWXU};
+    return {kLockFilesDirectory, kRoot, S_IRWXU};
 }
 
 /// All others, in the order they are to be made. Reads the panel's configuration.
 std::vector<Directory> storeDirectories() {
     return {
-        {"/var/spool/postfix/kavro", kPostfixUser, 0770},
-        {mailRoot(), MAIL_USER, kOpenMode},
-        {"/var/lib/kavro/mail/handlers", kRoot, kOpenMode},
-        {DOMAINKEYS_D, kRoot, kOpenMode},
-        {RENAME_PLUGINS_D, kRoot, kOpenMode},
+        {"/var/spool/postfix/kavro", kPostfixUser, 0770},   {mailRoot(), kMailUser, kOpenMode},
+        {"/var/lib/kavro/mail/handlers", kRoot, kOpenMode}, {kDomainKeysDirectory, kRoot, kOpenMode},
+        {kRenamePluginsDirectory, kRoot, kOpenMode},
     };
 }
 
@@ -162,7 +160,7 @@ void makeStoreDirectories(std::ostream& report) {
 /// What cannot be made here, and must be there before anything is made.
 void checkPrerequisites() {
     std::string missing;
-    for (const char* user : {MAIL_USER, kPostfixUser}) {
+    for (const char* user : {kMailUser, kPostfixUser}) {
         if (!accountExists(user)) {
             missing += std::string("\n  the user ") + user;
         }

@@ -65,8 +65,8 @@ std::string newQuotaText(long limit) {
 }  // namespace
 
 AsMailUser::AsMailUser() {
-    static const uid_t uid = kavro_ugid(MAIL_USER, 0);
-    static const gid_t gid = kavro_ugid(MAIL_USER, 1);
+    static const uid_t uid = kavro_ugid(kMailUser, 0);
+    static const gid_t gid = kavro_ugid(kMailUser, 1);
     gid_ = static_cast<gid_t>(::setfsgid(gid));
     uid_ = static_cast<uid_t>(::setfsuid(uid));
 }

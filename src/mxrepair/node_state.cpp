@@ -109,12 +109,12 @@ std::string mapName(std::string_view table) {
 }
 
 std::string mailRoot() {
-    return zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D);
+    return zcpConfGetDefaultByIndex(kMailRootKey);
 }
 
 NodeState::NodeState() {
     // SQLite takes an empty name for a database in a temporary file that nobody else sees.
-    if (!database_.open("", SqliteConnection::Access::kReadWriteCreate)) {
+    if (!database_.open("", SqliteConnection::Access::ReadWriteCreate)) {
         failStore("the temporary database", database_.errorText());
     }
     execute(kSchema);
@@ -193,7 +193,7 @@ void NodeState::loadTables() {
 void NodeState::copyRows(const std::string& path, const char* select, const char* insert) {
     SqliteConnection source;
     SqliteStatement rows(source);
-    if (!source.open(path.c_str(), SqliteConnection::Access::kReadOnly) || !rows.prepare(select)) {
+    if (!source.open(path.c_str(), SqliteConnection::Access::ReadOnly) || !rows.prepare(select)) {
         failStore(path, source.errorText());
     }
     execute("BEGIN");
@@ -218,7 +218,7 @@ void NodeState::copyRows(const std::string& path, const char* select, const char
 }
 
 void NodeState::loadUsers() {
-    mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
+    mailAuthDBSelectStyle(kPostfixStyle);
     copyRows(mailAuthDB, "SELECT name, status FROM domains", "INSERT INTO auth_domain VALUES(?, ?)");
     copyRows(mailAuthDB,
              "SELECT u.name, d.name, CASE WHEN cmusaslsecretPLAIN IS NOT NULL THEN 'plain'"
@@ -235,7 +235,7 @@ void NodeState::loadHandlers() {
 void NodeState::loadKeys() {
     execute("BEGIN");
     Insertion insert(*this, "INSERT INTO signing_key VALUES(?)");
-    eachDirectory(DOMAINKEYS_D, [&insert](const std::string& domain) { insert({domain.c_str()}); });
+    eachDirectory(kDomainKeysDirectory, [&insert](const std::string& domain) { insert({domain.c_str()}); });
     execute("COMMIT");
 }
 

@@ -52,7 +52,7 @@ bool isHostName(const std::string& domain) {
 
 /// Without a row of the first name there is nothing to rename; beside one of the second it would fail.
 void renameLogins(const std::string& from, const std::string& to) {
-    mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
+    mailAuthDBSelectStyle(kPostfixStyle);
     if (mailAuthRenameDomain(from.c_str(), to.c_str()) != 0) {
         throw std::runtime_error("cannot rename " + from + " in the mail authentication database");
     }

@@ -205,7 +205,7 @@ void changeRecords(NodeState& node, Report& report) {
 class Transaction {
 public:
     explicit Transaction(const std::string& path) : path_(path) {
-        if (!connection_.open(path.c_str(), SqliteConnection::Access::kReadWriteCreate) ||
+        if (!connection_.open(path.c_str(), SqliteConnection::Access::ReadWriteCreate) ||
             !connection_.execute("BEGIN IMMEDIATE")) {
             fail();
         }

@@ -51,7 +51,7 @@ public:
     /// cases and when both names are domain aliases.
     static void renameDomainAlias(const std::string& oldAlias, const std::string& newAlias);
 
-    /// Mail for unknown names of the domain and its aliases goes to the target.
+    /// Mail for unknown recipients of the domain and its aliases goes to the target.
     static void createCatchall(BatchDatabaseHelper& batch, const std::string& domain, const std::string& target);
     static void createCatchall(const std::string& domain, const std::string& target);
     static void createCatchallFor(BatchDatabaseHelper& batch, const std::vector<std::string>& domains,
@@ -59,7 +59,7 @@ public:
     static void removeCatchall(BatchDatabaseHelper& batch, const std::string& domain);
     static void removeCatchall(const std::string& domain);
 
-    /// Mail for unknown names of the domain and its aliases is answered with the message.
+    /// Mail for unknown recipients of the domain and its aliases is answered with the message.
     static void setBounce(BatchDatabaseHelper& batch, const std::string& domain, const std::string& message);
     static void setBounce(const std::string& domain, const std::string& message);
     static void setBounceFor(BatchDatabaseHelper& batch, const std::vector<std::string>& domains,

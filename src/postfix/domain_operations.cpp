@@ -83,7 +83,7 @@ int renameDomain(const std::string& oldDomain, const std::string& newDomain) {
     DomainManager::renameDomain(transaction, oldDomain, newDomain);
     transaction.logFailureAs("Unable to properly restore Postfix Virtual Domains Database used by Kavro");
 
-    mailAuthDBSelectStyle(MAIL_AUTH_POSTFIX_STYLE);
+    mailAuthDBSelectStyle(kPostfixStyle);
     transaction.whole(
         kAuthDatabaseHumanName, [&] { renameAuth(oldDomain, newDomain, &rowRenamed); },
         [&] {

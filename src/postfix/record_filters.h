@@ -22,7 +22,8 @@ inline bool isListSep(char c) {
 }
 
 /// Separator of key and value. An object, so that algorithms inline it.
-inline constexpr auto isKeySep = [](char c) { return c == ' ' || c == '\t'; };
+// NOLINTNEXTLINE(readability-identifier-naming): called like a function
+inline constexpr auto isKeySeparator = [](char c) { return c == ' ' || c == '\t'; };
 
 /// A line's key and value; empty value: there is none. Views into the line.
 struct RecordView {
@@ -32,14 +33,14 @@ struct RecordView {
 
 /// Cuts a line at its first run of blanks and tabs; the value ends before trailing ones. False for a line without any.
 inline bool splitRecord(std::string_view line, RecordView& record) {
-    const auto keyEnd = std::find_if(line.begin(), line.end(), isKeySep);
+    const auto keyEnd = std::find_if(line.begin(), line.end(), isKeySeparator);
     if (keyEnd == line.end()) {
         return false;
     }
     record.key = std::string_view(line.begin(), keyEnd);
-    const auto valueStart = std::find_if_not(keyEnd, line.end(), isKeySep);
+    const auto valueStart = std::find_if_not(keyEnd, line.end(), isKeySeparator);
     auto valueEnd = line.end();
-    while (valueEnd != valueStart && isKeySep(valueEnd[-1])) {
+    while (valueEnd != valueStart && isKeySeparator(valueEnd[-1])) {
         --valueEnd;
     }
     record.value = std::string_view(valueStart, valueEnd);
@@ -100,12 +101,12 @@ private:
     /// A dump has one tab between key and value, where a filter writes one blank. Any other white space before that
     /// tab would be read back as the end of the key.
     bool isSameRecord() const {
-        const auto separator = std::find_if(original_.begin(), original_.end(), isKeySep);
+        const auto separator = std::find_if(original_.begin(), original_.end(), isKeySeparator);
         if (separator == original_.end() || *separator != '\t' || original_.size() != pending_.size()) {
             return false;
         }
         const auto keySize = static_cast<std::size_t>(separator - original_.begin());
-        return isKeySep(pending_[keySize]) && pending_.compare(0, keySize, original_, 0, keySize) == 0 &&
+        return isKeySeparator(pending_[keySize]) && pending_.compare(0, keySize, original_, 0, keySize) == 0 &&
                pending_.compare(keySize + 1, std::string::npos, original_, keySize + 1) == 0;
     }
 

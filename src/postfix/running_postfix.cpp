@@ -102,11 +102,11 @@ public:
         struct sockaddr_un address {};
         address.sun_family = AF_UNIX;
         std::strncpy(address.sun_path, kResolverSocket, sizeof address.sun_path - 1);
-        constexpr std::string_view question("request\0rewrite\0rule\0local\0address\0postmaster\0\0", 47);
+        constexpr std::string_view kQuestion("request\0rewrite\0rule\0local\0address\0postmaster\0\0", 47);
         std::array<char, 1024> answer;
         answered_ = ::connect(socket_.get(), reinterpret_cast<const struct sockaddr*>(&address), sizeof address) == 0 &&
-                    ::send(socket_.get(), question.data(), question.size(), MSG_NOSIGNAL) ==
-                        static_cast<ssize_t>(question.size()) &&
+                    ::send(socket_.get(), kQuestion.data(), kQuestion.size(), MSG_NOSIGNAL) ==
+                        static_cast<ssize_t>(kQuestion.size()) &&
                     ::recv(socket_.get(), answer.data(), answer.size(), 0) > 0;
         // Postfix's master hears of the answer a moment later.
         std::this_thread::sleep_for(kMasterHears);

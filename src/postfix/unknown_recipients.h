@@ -1,4 +1,4 @@
-// Mail for names that do not exist in a domain or domain alias: bounced with a text, sent to a catch-all, or rejected.
+// Unknown recipients of a domain or domain alias: their mail is bounced with a text, sent to a catch-all, or rejected.
 #pragma once
 
 #include <string>

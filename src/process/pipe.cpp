@@ -154,8 +154,8 @@ private:
         const bool streams =
             std::any_of(outputs_.begin(), outputs_.end(), [](const OutputChannel& output) { return output.streams(); });
         if (streams && !input_.wantsToWrite()) {
-            constexpr timespec pause{0, 1000000};
-            ::nanosleep(&pause, nullptr);
+            constexpr timespec kPause{0, 1000000};
+            ::nanosleep(&kPause, nullptr);
         }
     }
 

@@ -72,13 +72,13 @@ OutputChannel::OutputChannel(FdOwner& pipe, const Consumer& consumer) : pipe_(pi
 }
 
 void OutputChannel::serve() {
-    for (int i = 0; i < kChunksPerTurn && readChunk() == Chunk::kFull; ++i) {
+    for (int i = 0; i < kChunksPerTurn && readChunk() == Chunk::Full; ++i) {
     }
 }
 
 void OutputChannel::finish() {
-    Chunk chunk = Chunk::kFull;
-    while (open() && chunk != Chunk::kNone) {
+    Chunk chunk = Chunk::Full;
+    while (open() && chunk != Chunk::None) {
         chunk = readChunk();
     }
     pipe_.close();
@@ -91,18 +91,18 @@ OutputChannel::Chunk OutputChannel::readChunk() {
         if (errno != EAGAIN) {
             throw SystemError("read", errno);
         }
-        return Chunk::kNone;
+        return Chunk::None;
     }
     if (count == 0) {
         pipe_.close();
-        return Chunk::kNone;
+        return Chunk::None;
     }
     chunk_.resize(static_cast<std::size_t>(count));
     taken_ += chunk_.size();
     if (!consumer_.empty()) {
         consumer_(chunk_);
     }
-    return chunk_.size() == kChunkSize ? Chunk::kFull : Chunk::kLast;
+    return chunk_.size() == kChunkSize ? Chunk::Full : Chunk::Last;
 }
 
 }  // namespace kavro::process

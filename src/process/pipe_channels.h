@@ -52,7 +52,7 @@ public:
     void finish();
 
 private:
-    enum class Chunk { kFull, kLast, kNone };
+    enum class Chunk { Full, Last, None };
     Chunk readChunk();
 
     static constexpr std::size_t kSmallOutput = 65536;

@@ -25,8 +25,10 @@ namespace {
 
 constexpr int kFirstOther = STDERR_FILENO + 1;
 
-/// Exit statuses of a child that could not run its program.
-enum ChildStatus : int { kUnknownException = 65, kException = 66, kSystemError = 67 };
+// Exit statuses of a child that could not run its program.
+constexpr int kUnknownException = 65;
+constexpr int kException = 66;
+constexpr int kSystemError = 67;
 
 /// The texts that name one stream's steps in errors.
 struct StreamTags {

@@ -46,7 +46,7 @@ std::string directory_name(const std::string& domain) {
     std::string name = ascii_lower(lowered.get());
     if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) {
         errno = 0;
-        messlog2(0, 0, "Domain name '%s' cannot be a directory of %s", domain.c_str(), DOMAINKEYS_D);
+        messlog2(0, 0, "Domain name '%s' cannot be a directory of %s", domain.c_str(), kDomainKeysDirectory);
         return {};
     }
     return name;
@@ -54,10 +54,11 @@ std::string directory_name(const std::string& domain) {
 
 /// The key file of a lower-case domain. Empty, reported, when the path is too long.
 std::string key_path(const std::string& name) {
-    std::string path = std::string(DOMAINKEYS_D) + '/' + name + '/' + kKeyFile;
+    std::string path = std::string(kDomainKeysDirectory) + '/' + name + '/' + kKeyFile;
     if (path.size() >= PATH_MAX) {
         errno = 0;
-        messlog2(0, 0, "File name '%s' is too long to be stored in %s/%s", kKeyFile, DOMAINKEYS_D, name.c_str());
+        messlog2(0, 0, "File name '%s' is too long to be stored in %s/%s", kKeyFile, kDomainKeysDirectory,
+                 name.c_str());
         return {};
     }
     return path;
@@ -65,10 +66,10 @@ std::string key_path(const std::string& name) {
 
 /// The directory of a lower-case domain. Empty, reported, when the path is too long.
 std::string directory_path(const std::string& name) {
-    std::string path = std::string(DOMAINKEYS_D) + '/' + name;
+    std::string path = std::string(kDomainKeysDirectory) + '/' + name;
     if (path.size() >= PATH_MAX) {
         errno = 0;
-        messlog2(0, 0, "Domain name '%s' is too long to be stored in %s", name.c_str(), DOMAINKEYS_D);
+        messlog2(0, 0, "Domain name '%s' is too long to be stored in %s", name.c_str(), kDomainKeysDirectory);
         return {};
     }
     return path;

@@ -3,7 +3,7 @@
 // error. Messages go through the message reporter.
 #pragma once
 
-inline constexpr const char* DOMAINKEYS_D = "/etc/domainkeys";
+inline constexpr const char* kDomainKeysDirectory = "/etc/domainkeys";
 
 /// The path of a domain's key file; newly allocated, free with free(3). Null for a null domain or, reported, when it
 /// reaches 4096 characters or the domain cannot be the name of a directory.

@@ -89,25 +89,25 @@ int call_plugin(const std::string& path, const char* old_domain, const char* new
 }  // namespace
 
 int RenameDomainInServices(const char* old_domain, const char* new_domain) {
-    const auto type = type_of(RENAME_PLUGINS_D);
+    const auto type = type_of(kRenamePluginsDirectory);
     if (!type && errno != ENOENT && errno != ENOTDIR) {
-        logger(KAVRO_LOG_ERROR, "cannot examine plugins dir '%s': %s\n", RENAME_PLUGINS_D, std::strerror(errno));
+        logger(KAVRO_LOG_ERROR, "cannot examine plugins dir '%s': %s\n", kRenamePluginsDirectory, std::strerror(errno));
         return 1;
     }
     if (type != S_IFDIR) {
-        logger(KAVRO_LOG_ERROR, "plugin directory '%s' not exists or not directory", RENAME_PLUGINS_D);
+        logger(KAVRO_LOG_ERROR, "plugin directory '%s' not exists or not directory", kRenamePluginsDirectory);
         return 1;
     }
-    const kavro::CDirectory directory(::opendir(RENAME_PLUGINS_D));
+    const kavro::CDirectory directory(::opendir(kRenamePluginsDirectory));
     if (directory == nullptr) {
-        logger(KAVRO_LOG_ERROR, "cannot open plugins dir '%s'", RENAME_PLUGINS_D);
+        logger(KAVRO_LOG_ERROR, "cannot open plugins dir '%s'", kRenamePluginsDirectory);
         return 1;
     }
     while (const dirent* entry = kavro::nextEntry(directory.get())) {
-        std::string path(RENAME_PLUGINS_D);
+        std::string path(kRenamePluginsDirectory);
         path.append(1, '/').append(entry->d_name);
         if (path.size() >= PATH_MAX) {
-            logger(KAVRO_LOG_ERROR, "path '%s/%s' is too long", RENAME_PLUGINS_D, entry->d_name);
+            logger(KAVRO_LOG_ERROR, "path '%s/%s' is too long", kRenamePluginsDirectory, entry->d_name);
             return 1;
         }
         // Also passes over entries that are gone by now.
@@ -116,7 +116,7 @@ int RenameDomainInServices(const char* old_domain, const char* new_domain) {
         }
     }
     if (errno != 0) {
-        logger(KAVRO_LOG_ERROR, "cannot read plugins dir '%s': %s\n", RENAME_PLUGINS_D, std::strerror(errno));
+        logger(KAVRO_LOG_ERROR, "cannot read plugins dir '%s': %s\n", kRenamePluginsDirectory, std::strerror(errno));
         return 1;
     }
     return 0;

@@ -2,7 +2,7 @@
 // `int rename_domain(const char* old_domain, const char* new_domain)`, each called in a child process of its own.
 #pragma once
 
-inline constexpr const char* RENAME_PLUGINS_D = "/usr/lib/kavro-9.0/domain_rename";
+inline constexpr const char* kRenamePluginsDirectory = "/usr/lib/kavro-9.0/domain_rename";
 
 /// Calls every regular file of the plug-in directory, in the directory's order. 0, or 1 at the first failure, which
 /// ends the run, and when there is no such directory. A plug-in that never returns is waited for.

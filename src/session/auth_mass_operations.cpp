@@ -32,7 +32,7 @@ public:
 
     /// Calls `action` with each string. False when an action answers -1, which ends the walk.
     template <typename Action>
-    bool for_each(Action action) const {
+    bool forEach(Action action) const {
         for (char** string = strings(); string != nullptr && *string != nullptr; ++string) {
             if (action(static_cast<const char*>(*string)) == -1) {
                 return false;
@@ -97,13 +97,13 @@ int add_domain_auth_alias(const char* domain, const char* alias) {
     if (mailnames.strings() == nullptr) {
         return kNothingToDo;
     }
-    const bool done = mailnames.for_each([domain, alias](const char* mailname) {
+    const bool done = mailnames.forEach([domain, alias](const char* mailname) {
         const Answer aliases(&get_aliases_by_mailname, mailname, domain);
         if (aliases.failed()) {
             return failed("Unable to get mail aliases for %s@%s", mailname, domain);
         }
         const bool cloned =
-            aliases.for_each([domain, alias](const char* name) { return clone_for_alias(name, domain, alias); });
+            aliases.forEach([domain, alias](const char* name) { return clone_for_alias(name, domain, alias); });
         return cloned ? clone_for_alias(mailname, domain, alias) : kFailed;
     });
     return done ? kDone : kFailed;
@@ -127,12 +127,12 @@ int rm_domain_auth_alias(const char* alias) {
     if (mailnames.failed()) {
         return failed("Unable to get mailnames from domain %s", domain);
     }
-    const bool done = mailnames.for_each([domain, alias](const char* mailname) {
+    const bool done = mailnames.forEach([domain, alias](const char* mailname) {
         const Answer aliases(&get_aliases_by_mailname, mailname, domain);
         if (aliases.failed()) {
             return failed("Unable to get aliases for mailname %s@%s", mailname, domain);
         }
-        const bool removed = aliases.for_each([alias](const char* name) {
+        const bool removed = aliases.forEach([alias](const char* name) {
             return mailAuthRemove(name, alias) == -1 ? failed("Unable to remove mail alias %s@%s", name, alias) : kDone;
         });
         return removed ? kDone : kFailed;
@@ -152,8 +152,8 @@ int rm_mname_from_domains(const char* mailname, const char* domain) {
     if (aliases.strings() == nullptr) {
         return kNothingToDo;
     }
-    return aliases.for_each([mailname](const char* alias) { return remove_mailname(mailname, alias); }) ? kDone
-                                                                                                        : kFailed;
+    return aliases.forEach([mailname](const char* alias) { return remove_mailname(mailname, alias); }) ? kDone
+                                                                                                       : kFailed;
 }
 
 int rm_mails_from_domains(const char* mailname, const char* domain) {
@@ -170,7 +170,7 @@ int rm_mails_from_domains(const char* mailname, const char* domain) {
         return kNothingToDo;
     }
     const bool done =
-        aliases.for_each([domain](const char* alias) { return remove_mailname_everywhere(alias, domain); });
+        aliases.forEach([domain](const char* alias) { return remove_mailname_everywhere(alias, domain); });
     return done ? kDone : kFailed;
 }
 
@@ -188,7 +188,7 @@ int set_passwd_for_domains(const char* mailname, const char* domain, const char*
     const LoadedCipher cipher(password, flags);
     // A failure here has no line of its own: the database has logged it.
     const bool done =
-        aliases.for_each([=](const char* alias) { return set_postbox_passwd(mailname, alias, password, flags); });
+        aliases.forEach([=](const char* alias) { return set_postbox_passwd(mailname, alias, password, flags); });
     return done ? kDone : kFailed;
 }
 
@@ -205,7 +205,7 @@ int set_mass_postbox_passwd(const char* mailname, const char* domain, const char
     }
     const LoadedCipher cipher(password, flags);
     const bool done =
-        aliases.for_each([=](const char* alias) { return set_passwd_for_domains(alias, domain, password, flags); });
+        aliases.forEach([=](const char* alias) { return set_passwd_for_domains(alias, domain, password, flags); });
     return done ? kDone : kFailed;
 }
 
@@ -220,7 +220,7 @@ int domain_auth_action(const char* domain, int (*action)(const char* domain), co
     if (aliases.strings() == nullptr) {
         return kNothingToDo;
     }
-    const bool done = aliases.for_each([action, actionName](const char* alias) {
+    const bool done = aliases.forEach([action, actionName](const char* alias) {
         return action(alias) == -1 ? failed("Unable to %s for domain alias %s", actionName, alias) : kDone;
     });
     return done ? kDone : kFailed;

@@ -70,7 +70,7 @@ public:
         return parser_->error;
     }
 
-    bool odd_quotas() const { return odd_quotas_; }
+    bool oddQuotas() const { return odd_quotas_; }
 
 private:
     using NameStep = void (DocumentReader::*)(const char* detail, const char** value);
@@ -116,7 +116,7 @@ private:
     }
 
     /// A string that `is_valid` accepts; null after an error.
-    char* checked_text(int (*is_valid)(const char*), const char* detail) {
+    char* checkedText(int (*is_valid)(const char*), const char* detail) {
         char* const text = sj_parse_string(parser_);
         if (text != nullptr && is_valid(text) == 0) {
             refuse(detail);
@@ -141,18 +141,18 @@ private:
         *value = for_session_ && seen != 0 ? ascii_lower(name) : name;
     }
 
-    void domain_name(const char* detail, const char** value) {
-        char* const name = checked_text(&is_domain_name_valid, detail);
+    void domainName(const char* detail, const char** value) {
+        char* const name = checkedText(&is_domain_name_valid, detail);
         if (name != nullptr) {
             *value = for_session_ ? ascii_lower(name) : name;
         }
     }
 
     /// Kept: the names of mail lists are not lower-cased.
-    void maillist(const char* detail, const char** value) { *value = checked_text(&is_mailname_valid, detail); }
+    void maillist(const char* detail, const char** value) { *value = checkedText(&is_mailname_valid, detail); }
 
     void unit(const char* detail, const char** value) {
-        const char* const name = checked_text(&is_valid_size_unit, detail);
+        const char* const name = checkedText(&is_valid_size_unit, detail);
         if (name != nullptr) {
             *value = name;
         }
@@ -166,7 +166,7 @@ private:
     }
 
     /// Once quota and unit are final.
-    void to_bytes(std::int64_t* quota, const char* unit) {
+    void toBytes(std::int64_t* quota, const char* unit) {
         if (for_session_ && *quota > 0) {
             *quota = get_value_in_bytes(*quota, unit);
             odd_quotas_ = odd_quotas_ || is_mbox_quota_valid(*quota) == 0;
@@ -206,7 +206,7 @@ private:
             }
         });
         require(has_name && has_aliases);
-        to_bytes(&record->quota, record->quota_unit);
+        toBytes(&record->quota, record->quota_unit);
     }
 
     void mails() {
@@ -236,14 +236,14 @@ private:
         members([&](std::string_view key) {
             if (key == "name") {
                 has_name = true;
-                domain_name("Domain name is not valid", &data_->domain_name);
+                domainName("Domain name is not valid", &data_->domain_name);
             } else if (key == "mails") {
                 has_mails = true;
                 mails();
             } else if (key == "dom_aliases") {
                 has_aliases = true;
-                names<&DocumentReader::domain_name>("Domain alias is not valid", &data_->domain_aliases_count,
-                                                    &data_->domain_aliases_capacity, &data_->domain_aliases);
+                names<&DocumentReader::domainName>("Domain alias is not valid", &data_->domain_aliases_count,
+                                                   &data_->domain_aliases_capacity, &data_->domain_aliases);
             } else if (key == "maillists") {
                 has_maillists = true;
                 names<&DocumentReader::maillist>("Maillist is not valid", &data_->maillists_count,
@@ -257,7 +257,7 @@ private:
             }
         });
         require(has_name && has_mails && has_aliases && has_maillists);
-        to_bytes(&data_->domain_quota, data_->domain_quota_unit);
+        toBytes(&data_->domain_quota, data_->domain_quota_unit);
     }
 
     sj_parser* parser_;
@@ -276,7 +276,7 @@ int parse_mail_db_data_object(sj_parser* parser, mail_db_data_t* object) {
 int parse_session_document(sj_parser* parser, mail_db_data_t* object, bool* odd_quotas) {
     DocumentReader reader(parser, object, true);
     const int result = reader.read();
-    *odd_quotas = reader.odd_quotas();
+    *odd_quotas = reader.oddQuotas();
     return result;
 }
 

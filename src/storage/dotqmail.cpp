@@ -45,7 +45,7 @@ public:
             errno = openError_;
             return -1;
         }
-        return file_set_user_mode_at(home_.get(), path(), MAIL_USER, kDotqmailMode);
+        return file_set_user_mode_at(home_.get(), path(), kMailUser, kDotqmailMode);
     }
 
     /// As file_strings does it.

@@ -146,7 +146,7 @@ QuietFdOwner openDomainRootAt(int parent, const char* name) {
 
 /// The length of the mail root's name at the beginning of a path below it; 0 for any other path.
 std::size_t mailRootLength(const std::string& path) {
-    std::string_view root = zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D);
+    std::string_view root = zcpConfGetDefaultByIndex(kMailRootKey);
     while (root.ends_with('/')) {
         root.remove_suffix(1);
     }
@@ -177,7 +177,7 @@ std::string lowerPathComponent(const std::string& name) {
 }
 
 std::string mailboxPath(const std::string& domain, const std::string& mailname) {
-    return std::string(zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D)) + '/' + domain + '/' + mailname;
+    return std::string(zcpConfGetDefaultByIndex(kMailRootKey)) + '/' + domain + '/' + mailname;
 }
 
 std::string lowerCaseHome(const char* domain, const char* mailname) {

@@ -74,7 +74,7 @@ int store_maildirpp_quota_raw(const char* maildir, long quota) {
     }
     uid_t uid = 0;
     gid_t gid = 0;
-    return kavro_getpw(MAIL_USER, &uid, &gid, nullptr) == 0 ? write_maildirpp_maildirsize(maildir, uid, gid, limit, 0)
+    return kavro_getpw(kMailUser, &uid, &gid, nullptr) == 0 ? write_maildirpp_maildirsize(maildir, uid, gid, limit, 0)
                                                             : 0;
 }
 
@@ -199,6 +199,6 @@ std::uint64_t get_mbox_size(const char* mailname, const char* domain, int inBloc
         messlog2(0, 0, "Unable to calculate Maildir++ size: %s", std::strerror(errno));
         return attachments;
     }
-    constexpr std::uint64_t largest = INT64_MAX;
-    return std::min(attachments + size, largest);
+    constexpr std::uint64_t kLargest = INT64_MAX;
+    return std::min(attachments + size, kLargest);
 }

@@ -35,7 +35,7 @@ private:
 };
 
 fs::path mailRoot() {
-    return zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D);
+    return zcpConfGetDefaultByIndex(kMailRootKey);
 }
 
 /// A failed rename, in the form that Boost's own rename throws.
@@ -91,10 +91,10 @@ MaildirManager& MaildirManager::getInstance() {
 }
 
 void MaildirManager::init() {
-    const passwd* user = find_user(MAIL_USER);
+    const passwd* user = find_user(kMailUser);
     if (user == nullptr) {
         // Kept: no blank before "not"; callers match this text.
-        throw SystemError(std::string("user ") + MAIL_USER + "not found", errno);
+        throw SystemError(std::string("user ") + kMailUser + "not found", errno);
     }
     uid_ = user->pw_uid;
     gid_ = user->pw_gid;

@@ -18,15 +18,15 @@ namespace {
 
 /// Opens a file to change its owner and mode, and never what a link in its place points at: the program works in trees
 /// that the mail user can write. -1 with errno, ELOOP for a symbolic link.
-int openWithoutFollowing(int directory, const char* name) {
+int open_without_following(int directory, const char* name) {
     return kavro::retryInterrupted(
         [=] { return ::openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); });
 }
 
 /// `name` is looked up in the directory, `path` is what messages name.
-int setPerms(int directory, const char* name, const char* path, uid_t uid, gid_t gid, mode_t mode) {
+int set_perms(int directory, const char* name, const char* path, uid_t uid, gid_t gid, mode_t mode) {
     errno = 0;
-    const kavro::QuietFdOwner file(openWithoutFollowing(directory, name));
+    const kavro::QuietFdOwner file(open_without_following(directory, name));
     if (file.empty() && (errno == ENOENT || errno == ENOTDIR)) {
         errno = 0;
         return 0;
@@ -42,13 +42,13 @@ int setPerms(int directory, const char* name, const char* path, uid_t uid, gid_t
     return 0;
 }
 
-int setUserMode(int directory, const char* name, const char* path, const char* user, mode_t mode) {
+int set_user_mode(int directory, const char* name, const char* path, const char* user, mode_t mode) {
     const passwd* found = find_user(user);
     if (found == nullptr) {
         messlog2(0, 0, "user %s not found", user);
         return -1;
     }
-    return setPerms(directory, name, path, found->pw_uid, found->pw_gid, mode);
+    return set_perms(directory, name, path, found->pw_uid, found->pw_gid, mode);
 }
 
 }  // namespace
@@ -106,14 +106,14 @@ int kavro_getgr(const char* name, gid_t* gid) {
 }
 
 int file_set_user_mode(const char* path, const char* user, mode_t mode) {
-    return setUserMode(AT_FDCWD, path, path, user, mode);
+    return set_user_mode(AT_FDCWD, path, path, user, mode);
 }
 
 int file_set_user_mode_at(int directory, const char* path, const char* user, mode_t mode) {
     const char* slash = std::strrchr(path, '/');
-    return setUserMode(directory, slash == nullptr ? path : slash + 1, path, user, mode);
+    return set_user_mode(directory, slash == nullptr ? path : slash + 1, path, user, mode);
 }
 
 int file_set_perms(const char* path, uid_t uid, gid_t gid, mode_t mode) {
-    return setPerms(AT_FDCWD, path, path, uid, gid, mode);
+    return set_perms(AT_FDCWD, path, path, uid, gid, mode);
 }

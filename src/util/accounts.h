@@ -5,7 +5,7 @@
 #include <sys/types.h>
 
 /// The account that owns the mail storage.
-inline constexpr const char* MAIL_USER = "popuser";
+inline constexpr const char* kMailUser = "popuser";
 
 /// getpwnam(3), repeated while a signal interrupts it. Null, with errno 0 when there is no such user. The record is the
 /// C library's own and lives until the next look-up.

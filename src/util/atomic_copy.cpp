@@ -23,7 +23,7 @@ using kavro::retryInterrupted;
 
 constexpr std::size_t kCopyBlock = 4096;
 
-bool copyContents(int from, int to) {
+bool copy_contents(int from, int to) {
     std::array<char, kCopyBlock> block;
     for (;;) {
         const ssize_t count = retryInterrupted([&] { return ::read(from, block.data(), block.size()); });
@@ -74,7 +74,7 @@ private:
 };
 
 /// Copies. Null, or the step that failed, with errno.
-const char* failingStep(const char* source, const char* target, uid_t owner, gid_t group, mode_t mode) {
+const char* failing_step(const char* source, const char* target, uid_t owner, gid_t group, mode_t mode) {
     const kavro::QuietFdOwner from(kavro::openRegular(source, O_RDONLY));
     if (from.empty()) {
         return "open";
@@ -83,7 +83,7 @@ const char* failingStep(const char* source, const char* target, uid_t owner, gid
     if (!to.isMade()) {
         return "mkstemp";
     }
-    if (!copyContents(from.get(), to.fd())) {
+    if (!copy_contents(from.get(), to.fd())) {
         return "write";
     }
     if (retryInterrupted([&] { return ::fchown(to.fd(), owner, group); }) == -1) {
@@ -99,9 +99,9 @@ const char* failingStep(const char* source, const char* target, uid_t owner, gid
 }
 
 /// Reports a failure with the given status for the process: 0, it goes on. 0 or -1.
-int copyAndReport(int status, const char* source, const char* target, uid_t owner, gid_t group, mode_t mode) {
+int copy_and_report(int status, const char* source, const char* target, uid_t owner, gid_t group, mode_t mode) {
     try {
-        const char* step = failingStep(source, target, owner, group, mode);
+        const char* step = failing_step(source, target, owner, group, mode);
         if (step == nullptr) {
             return 0;
         }
@@ -115,9 +115,9 @@ int copyAndReport(int status, const char* source, const char* target, uid_t owne
 }  // namespace
 
 void copy_file_atomic(const char* source, const char* target, uid_t owner, gid_t group, mode_t mode) {
-    copyAndReport(EXIT_FAILURE, source, target, owner, group, mode);
+    copy_and_report(EXIT_FAILURE, source, target, owner, group, mode);
 }
 
 int try_copy_file_atomic(const char* source, const char* target, uid_t owner, gid_t group, mode_t mode) {
-    return copyAndReport(0, source, target, owner, group, mode);
+    return copy_and_report(0, source, target, owner, group, mode);
 }

@@ -12,7 +12,7 @@
 
 namespace {
 
-std::size_t countStrings(char** array) {
+std::size_t count_strings(char** array) {
     std::size_t count = 0;
     while (array != nullptr && array[count] != nullptr) {
         ++count;
@@ -23,7 +23,7 @@ std::size_t countStrings(char** array) {
 }  // namespace
 
 char** string_to_mas(char** array, const char* s) {
-    const std::size_t count = countStrings(array);
+    const std::size_t count = count_strings(array);
     kavro::CString copy(::strdup(s));
     char** grown = copy == nullptr ? nullptr : static_cast<char**>(std::realloc(array, (count + 2) * sizeof(char*)));
     if (grown == nullptr) {
@@ -51,7 +51,7 @@ constexpr std::size_t kFirstBuffer = 64UL * 1024;
 
 /// Whether reading may go on after a failed read: a signal came between, or a descriptor that does not block had
 /// nothing to give yet and is waited for.
-bool mayReadOn(std::FILE* stream) {
+bool may_read_on(std::FILE* stream) {
     if (errno == EAGAIN) {
         pollfd input{::fileno(stream), POLLIN, 0};
         if (::poll(&input, 1, -1) == -1 && errno != EINTR) {
@@ -88,7 +88,7 @@ char* read_stream_contents(std::FILE* stream, std::size_t* size) {
         // One byte stays free for the NUL. A read that large goes past the stream's own buffer.
         length += std::fread(buffer.get() + length, 1, capacity - length - 1, stream);
         if (std::ferror(stream) != 0) {
-            if (!mayReadOn(stream)) {
+            if (!may_read_on(stream)) {
                 return nullptr;
             }
         } else if (std::feof(stream) != 0) {

@@ -23,63 +23,63 @@ namespace {
 
 constexpr std::size_t kInitialCapacity = 20;
 
-bool isSpace(char c) {
+bool is_space(char c) {
     return std::isspace(static_cast<unsigned char>(c)) != 0;
 }
 
-bool isNameCharacter(char c) {
+bool is_name_character(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
 }
 
-char* skipSpace(char* text) {
-    while (isSpace(*text)) {
+char* skip_space(char* text) {
+    while (is_space(*text)) {
         ++text;
     }
     return text;
 }
 
-bool isAtValueEnd(const char* text) {
+bool is_at_value_end(const char* text) {
     return *text == '\0' || *text == '#';
 }
 
 /// Where the value ends that begins at `value`. Kept: each second space character in a row takes the mark of the one
 /// before it back, so that at most the last character of trailing space is cut, and only from a run of odd length.
-char* findValueEnd(char* value) {
+char* find_value_end(char* value) {
     char* trailing = nullptr;
-    for (; !isAtValueEnd(value); ++value) {
-        trailing = isSpace(*value) && trailing == nullptr ? value : nullptr;
+    for (; !is_at_value_end(value); ++value) {
+        trailing = is_space(*value) && trailing == nullptr ? value : nullptr;
     }
     return trailing != nullptr ? trailing : value;
 }
 
 /// Stores the definition of one line, which it cuts up in place; a line without one is passed over, a bad one logged.
 /// 0, or -1 with errno when the table cannot grow.
-int readLine(char* line, ConfTable* table) {
-    char* name = skipSpace(line);
-    if (isAtValueEnd(name)) {
+int read_line(char* line, ConfTable* table) {
+    char* name = skip_space(line);
+    if (is_at_value_end(name)) {
         return 0;
     }
     char* nameEnd = name;
-    while (isNameCharacter(*nameEnd)) {
+    while (is_name_character(*nameEnd)) {
         ++nameEnd;
     }
-    if (*nameEnd != '\0' && !isSpace(*nameEnd)) {
+    if (*nameEnd != '\0' && !is_space(*nameEnd)) {
         kavro_log(KAVRO_LOG_USER_WARNING, "Invalid variable definition %s\nExpected a space after variable name\n",
                   name);
         return 0;
     }
-    char* value = skipSpace(nameEnd);
-    if (isAtValueEnd(value)) {
+    char* value = skip_space(nameEnd);
+    if (is_at_value_end(value)) {
         kavro_log(KAVRO_LOG_USER_WARNING, "Invalid variable definition %s\nExpected a value", name);
         return 0;
     }
     *nameEnd = '\0';
-    *findValueEnd(value) = '\0';
+    *find_value_end(value) = '\0';
     return conf_set_r(name, value, table);
 }
 
 /// The entry of that name by looking at each, or null.
-ConfEntry* findEntry(const char* name, const ConfTable* table) {
+ConfEntry* find_entry(const char* name, const ConfTable* table) {
     ConfEntry* end = table->entries + table->count;
     ConfEntry* found =
         std::find_if(table->entries, end, [name](const ConfEntry& entry) { return !std::strcmp(entry.name, name); });
@@ -130,7 +130,7 @@ int conf_set_r(const char* name, const char* value, ConfTable* table) {
         errno = ENOMEM;
         return -1;
     }
-    if (ConfEntry* entry = findEntry(name, table)) {
+    if (ConfEntry* entry = find_entry(name, table)) {
         std::free(entry->value);
         entry->value = valueCopy.release();
         return 0;
@@ -160,7 +160,7 @@ const char* conf_get_r(const char* name, const ConfTable* table) {
         entry = static_cast<const ConfEntry*>(
             std::bsearch(&wanted, table->entries, table->count, sizeof(ConfEntry), cmp_conf));
     } else {
-        entry = findEntry(name, table);
+        entry = find_entry(name, table);
     }
     return entry == nullptr ? nullptr : entry->value;
 }
@@ -183,7 +183,7 @@ int conf_read_file_r(const char* path, ConfTable* table) {
     std::size_t size = 0;
     int result = 0;
     while (result == 0 && ::getline(&buffer, &size, file.get()) != -1) {
-        result = readLine(buffer, table);
+        result = read_line(buffer, table);
     }
     const kavro::ErrnoKeeper keeper;
     const kavro::CString owner(buffer);
@@ -219,9 +219,9 @@ bool arrayInitialized = false;
 }  // namespace
 
 ConfTable* theZcpConfHash = nullptr;
-const char* theZcpConfArray[CONF_KNOWN_KEYS];
+const char* theZcpConfArray[kKnownKeys];
 
-const char* const theZcpConfNames[CONF_KNOWN_KEYS] = {
+const char* const theZcpConfNames[kKnownKeys] = {
     "_MIN_POSSIBLE_ZCP_CONF_VAR_NAME",
     "KAVRO_MAILNAMES_D",
     "RBLSMTPD",
@@ -254,7 +254,7 @@ const char* const theZcpConfNames[CONF_KNOWN_KEYS] = {
     "_MAX_POSSIBLE_ZCP_CONF_VAR_NAME",
 };
 
-const char* const theZcpConfDefauls[CONF_KNOWN_KEYS] = {
+const char* const theZcpConfDefauls[kKnownKeys] = {
     "_MIN_POSSIBLE_ZCP_CONF_VAR_VALUE",
     "/var/qmail/mailnames",
     "/usr/sbin/rblsmtpd",
@@ -327,7 +327,7 @@ const char* zcpConfGetDefaultByIndex(std::size_t index) {
 
 const char* zcpConfGetDefault(const char* name) {
     // Kept: the upper sentinel is never compared.
-    for (std::size_t index = 0; index + 1 < CONF_KNOWN_KEYS; ++index) {
+    for (std::size_t index = 0; index + 1 < kKnownKeys; ++index) {
         if (std::strcmp(theZcpConfNames[index], name) == 0) {
             return zcpConfGetDefaultByIndex(index);
         }

@@ -4,7 +4,7 @@
 #include <cstddef>
 
 /// The panel's own product root. A fixed place: the configuration file's key of this name is not asked.
-inline constexpr const char* PRODUCT_ROOT_D = "/opt/zcp";
+inline constexpr const char* kProductRoot = "/opt/zcp";
 
 /// Name and value, both owned by the table.
 struct ConfEntry {
@@ -36,14 +36,14 @@ void conf_free_r(ConfTable* table);
 int cmp_conf(const void* left, const void* right);
 
 /// Index of the mail storage root among the known keys.
-inline constexpr std::size_t CONF_KAVRO_MAILNAMES_D = 1;
+inline constexpr std::size_t kMailRootKey = 1;
 /// Number of known keys, the sentinels at both ends included.
-inline constexpr std::size_t CONF_KNOWN_KEYS = 30;
+inline constexpr std::size_t kKnownKeys = 30;
 
-extern ConfTable* theZcpConfHash;                             ///< null until the file was read
-extern const char* theZcpConfArray[CONF_KNOWN_KEYS];          ///< values already asked for
-extern const char* const theZcpConfNames[CONF_KNOWN_KEYS];    ///< known keys
-extern const char* const theZcpConfDefauls[CONF_KNOWN_KEYS];  ///< their compile-time defaults
+extern ConfTable* theZcpConfHash;                        ///< null until the file was read
+extern const char* theZcpConfArray[kKnownKeys];          ///< values already asked for
+extern const char* const theZcpConfNames[kKnownKeys];    ///< known keys
+extern const char* const theZcpConfDefauls[kKnownKeys];  ///< their compile-time defaults
 
 /// Loads the file unless that was done. 0 when the table is there, else -1.
 int autoprepend();

@@ -14,12 +14,12 @@ namespace {
 
 constexpr long kBlockSize = 512;
 
-long entrySize(const struct stat& entry, int inBlocks) {
+long entry_size(const struct stat& entry, int inBlocks) {
     return inBlocks != 0 ? entry.st_blocks : entry.st_size;
 }
 
 /// A sum that stops at the largest number: sparse files can claim more.
-void addSize(long& total, long size) {
+void add_size(long& total, long size) {
     if (__builtin_add_overflow(total, size, &total)) {
         total = LONG_MAX;
     }
@@ -27,7 +27,7 @@ void addSize(long& total, long size) {
 
 /// Sum over what is in a directory named relative to another; 0 when it cannot be read. Going down by descriptors, the
 /// walk needs no way back.
-long countDirectory(int parent, const char* name, int inBlocks) {
+long count_directory(int parent, const char* name, int inBlocks) {
     const kavro::CDirectory directory = kavro::openDirectoryAt(parent, name);
     if (directory == nullptr) {
         return 0;
@@ -39,9 +39,9 @@ long countDirectory(int parent, const char* name, int inBlocks) {
         if (kavro::retryInterrupted([&] { return ::fstatat(fd, entry->d_name, &status, AT_SYMLINK_NOFOLLOW); }) == -1) {
             continue;
         }
-        addSize(total, entrySize(status, inBlocks));
+        add_size(total, entry_size(status, inBlocks));
         if (S_ISDIR(status.st_mode)) {
-            addSize(total, countDirectory(fd, entry->d_name, inBlocks));
+            add_size(total, count_directory(fd, entry->d_name, inBlocks));
         }
     }
     return total;
@@ -50,7 +50,7 @@ long countDirectory(int parent, const char* name, int inBlocks) {
 }  // namespace
 
 long count_cur_dir(int inBlocks) {
-    return countDirectory(AT_FDCWD, ".", inBlocks);
+    return count_directory(AT_FDCWD, ".", inBlocks);
 }
 
 long get_dir_size(const char* path, int inBlocks) {
@@ -58,13 +58,13 @@ long get_dir_size(const char* path, int inBlocks) {
     if (kavro::retryInterrupted([&] { return ::lstat(path, &status); }) == -1) {
         return -1;
     }
-    long total = entrySize(status, inBlocks);
+    long total = entry_size(status, inBlocks);
     if (S_ISDIR(status.st_mode)) {
         kavro::WorkingDirectoryScope scope;
         if (!scope.enter(path)) {
             return -1;
         }
-        addSize(total, count_cur_dir(inBlocks));
+        add_size(total, count_cur_dir(inBlocks));
         if (!scope.restore()) {
             return -1;
         }

@@ -24,13 +24,13 @@ constexpr mode_t kPrivateMode = 0700;
 constexpr int kDepthAtOnce = 64;
 constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-int unlinkAt(int parent, const char* name, int flags = 0) {
+int unlink_at(int parent, const char* name, int flags = 0) {
     return retryInterrupted([=] { return ::unlinkat(parent, name, flags); });
 }
 
-int setOwnerAndMode(int fd, mode_t mode, uid_t uid, gid_t gid) {
-    constexpr auto keep = static_cast<uid_t>(-1);
-    if ((uid != keep || gid != static_cast<gid_t>(-1)) &&
+int set_owner_and_mode(int fd, mode_t mode, uid_t uid, gid_t gid) {
+    constexpr auto kKeep = static_cast<uid_t>(-1);
+    if ((uid != kKeep || gid != static_cast<gid_t>(-1)) &&
         retryInterrupted([=] { return ::fchown(fd, uid, gid); }) == -1) {
         return -1;
     }
@@ -39,7 +39,7 @@ int setOwnerAndMode(int fd, mode_t mode, uid_t uid, gid_t gid) {
 
 /// Makes one directory whose parent is there. It is private until it has its owner and mode, and goes again when it
 /// cannot have them. An existing directory, or a link to one, is left as it is.
-int makeDirectory(const char* path, mode_t mode, uid_t uid, gid_t gid) {
+int make_directory(const char* path, mode_t mode, uid_t uid, gid_t gid) {
     if (retryInterrupted([=] { return ::mkdir(path, kPrivateMode); }) == -1) {
         struct stat existing {};
         if (errno != EEXIST || ::stat(path, &existing) == -1) {
@@ -52,9 +52,9 @@ int makeDirectory(const char* path, mode_t mode, uid_t uid, gid_t gid) {
         return -1;
     }
     const kavro::QuietFdOwner directory(retryInterrupted([=] { return ::open(path, kOpenDirectory); }));
-    if (directory.empty() || setOwnerAndMode(directory.get(), mode, uid, gid) == -1) {
+    if (directory.empty() || set_owner_and_mode(directory.get(), mode, uid, gid) == -1) {
         const kavro::ErrnoKeeper keeper;
-        unlinkAt(AT_FDCWD, path, AT_REMOVEDIR);
+        unlink_at(AT_FDCWD, path, AT_REMOVEDIR);
         return -1;
     }
     return 0;
@@ -93,7 +93,7 @@ private:
 
     bool remove(int parent, const char* name, bool isDirectory, int depth) {
         if (!isDirectory) {
-            if (unlinkAt(parent, name) == 0 || errno == ENOENT) {
+            if (unlink_at(parent, name) == 0 || errno == ENOENT) {
                 return true;
             }
             if (errno != EISDIR) {
@@ -101,10 +101,10 @@ private:
             }
         }
         if (depth + 1 < kDepthAtOnce) {
-            return (empty(parent, name, depth + 1) && unlinkAt(parent, name, AT_REMOVEDIR) == 0) || errno == ENOENT;
+            return (empty(parent, name, depth + 1) && unlink_at(parent, name, AT_REMOVEDIR) == 0) || errno == ENOENT;
         }
         // An empty directory needs no way up.
-        return unlinkAt(parent, name, AT_REMOVEDIR) == 0 || moveToTop(parent, name);
+        return unlink_at(parent, name, AT_REMOVEDIR) == 0 || moveToTop(parent, name);
     }
 
     /// For the next round.
@@ -129,7 +129,7 @@ private:
 }  // namespace
 
 int make_dir_p(const char* path, mode_t mode, uid_t uid, gid_t gid) {
-    if (makeDirectory(path, mode, uid, gid) == 0) {
+    if (make_directory(path, mode, uid, gid) == 0) {
         return 0;
     }
     if (errno != ENOENT) {
@@ -138,11 +138,11 @@ int make_dir_p(const char* path, mode_t mode, uid_t uid, gid_t gid) {
     // Downwards from the first name: each prefix that ends before a slash.
     const std::string whole(path);
     for (std::size_t slash = whole.find('/', 1); slash != std::string::npos; slash = whole.find('/', slash + 1)) {
-        if (whole[slash - 1] != '/' && makeDirectory(whole.substr(0, slash).c_str(), mode, uid, gid) == -1) {
+        if (whole[slash - 1] != '/' && make_directory(whole.substr(0, slash).c_str(), mode, uid, gid) == -1) {
             return -1;
         }
     }
-    return makeDirectory(path, mode, uid, gid);
+    return make_directory(path, mode, uid, gid);
 }
 
 int rm_tree(const char* path) {
@@ -150,7 +150,7 @@ int rm_tree(const char* path) {
 }
 
 int rm_tree_at(int parent, const char* name) {
-    if (unlinkAt(parent, name) == 0 || errno == ENOENT) {
+    if (unlink_at(parent, name) == 0 || errno == ENOENT) {
         return 0;
     }
     if (errno != EISDIR) {
@@ -160,5 +160,5 @@ int rm_tree_at(int parent, const char* name) {
     if (top.empty() || !TreeRemover(top.get()).run()) {
         return -1;
     }
-    return unlinkAt(parent, name, AT_REMOVEDIR);
+    return unlink_at(parent, name, AT_REMOVEDIR);
 }

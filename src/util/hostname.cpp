@@ -22,7 +22,7 @@ struct AddressListFreer {
 };
 
 /// The second message of each failure to find the name; -1.
-int adviseOnHostName() {
+int advise_on_host_name() {
     kavro_log(KAVRO_LOG_ERROR,
               "It is impossible to detect the FQDN of the host.\n"
               "Please make sure that the host name is correctly specified in /etc/hosts and goes right after the "
@@ -37,7 +37,7 @@ int get_hostname_fqdn(char* buffer, std::size_t size) {
     std::array<char, kHostNameArea> name{};
     if (::gethostname(name.data(), name.size()) == -1) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to get hostname: %s", std::strerror(errno));
-        return adviseOnHostName();
+        return advise_on_host_name();
     }
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
@@ -46,17 +46,17 @@ int get_hostname_fqdn(char* buffer, std::size_t size) {
     const int code = ::getaddrinfo(name.data(), nullptr, &hints, &found);
     if (code != 0) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to resolve fqdn: %s", ::gai_strerror(code));
-        return adviseOnHostName();
+        return advise_on_host_name();
     }
     const std::unique_ptr<addrinfo, AddressListFreer> owner(found);
     if (found == nullptr || found->ai_canonname == nullptr) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to resolve fqdn");
-        return adviseOnHostName();
+        return advise_on_host_name();
     }
     const char* canonical = found->ai_canonname;
     if (std::strchr(canonical, '.') == nullptr) {
         kavro_log(KAVRO_LOG_ERROR, "Canonname is not correct fqdn");
-        return adviseOnHostName();
+        return advise_on_host_name();
     }
     const std::size_t length = std::strlen(canonical);
     if (length >= size) {

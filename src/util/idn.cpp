@@ -18,14 +18,14 @@ int idn_errno = IDNA_SUCCESS;
 namespace {
 
 /// Puts the code where idn_errno's readers look; no memory in the library ends the process.
-void rememberFailure(int code) {
+void remember_failure(int code) {
     if (code == IDNA_MALLOC_ERROR) {
         messlog2(1, 0, "Allocation failed");
     }
     idn_errno = code;
 }
 
-char* endOnFailure(const char* function, const char* input, char* result) {
+char* end_on_failure(const char* function, const char* input, char* result) {
     if (result == nullptr) {
         messlog2(1, 0, "%s(%s) failed: %s", function, input, idn_strerror(idn_errno));
     }
@@ -34,7 +34,7 @@ char* endOnFailure(const char* function, const char* input, char* result) {
 
 using Conversion = int (*)(const char* input, char** output, int flags);
 
-std::string convertOrThrow(Conversion conversion, const std::string& name) {
+std::string convert_or_throw(Conversion conversion, const std::string& name) {
     char* output = nullptr;
     const int code = conversion(name.c_str(), &output, 0);
     const kavro::CString owner(output);
@@ -55,7 +55,7 @@ char* idn_toascii(const char* name) {
     if (code == IDNA_SUCCESS) {
         return output;
     }
-    rememberFailure(code);
+    remember_failure(code);
     return nullptr;
 }
 
@@ -63,13 +63,13 @@ char* idn_toutf8(const char* name) {
     char* output = nullptr;
     const int code = ::idna_to_unicode_8z8z(name, &output, 0);
     if (code != IDNA_SUCCESS) {
-        rememberFailure(code);
+        remember_failure(code);
     }
     return output;
 }
 
 char* idn_toascii_safe(const char* name) {
-    return endOnFailure("idn_toascii_safe", name, idn_toascii(name));
+    return end_on_failure("idn_toascii_safe", name, idn_toascii(name));
 }
 
 char* idn_email_toascii(const char* address) {
@@ -84,7 +84,7 @@ char* idn_email_toascii(const char* address) {
 }
 
 char* idn_email_toascii_safe(const char* address) {
-    return endOnFailure("idn_email_toascii_safe", address, idn_email_toascii(address));
+    return end_on_failure("idn_email_toascii_safe", address, idn_email_toascii(address));
 }
 
 const char* idn_strerror(int code) {
@@ -119,11 +119,11 @@ const char* idn_strerror(int code) {
 namespace kavro::idn {
 
 std::string toAscii(const std::string& name) {
-    return convertOrThrow(::idna_to_ascii_8z, name);
+    return convert_or_throw(::idna_to_ascii_8z, name);
 }
 
 std::string toUtf8(const std::string& name) {
-    return convertOrThrow(::idna_to_unicode_8z8z, name);
+    return convert_or_throw(::idna_to_unicode_8z8z, name);
 }
 
 std::string emailToAscii(const std::string& address) {
@@ -141,25 +141,29 @@ namespace {
 constexpr std::size_t kUrlBuffer = 4096;
 constexpr const char* kUrlPattern = "^(ftp://|https?://)?([^@]+@)?([^/:]+)(.*)?$";
 
-/// Groups of the pattern; 0 is the whole match.
-enum UrlGroup : std::size_t { kScheme = 1, kUser, kHost, kRest, kGroupCount };
+// Groups of the pattern; 0 is the whole match.
+constexpr std::size_t kScheme = 1;
+constexpr std::size_t kUser = 2;
+constexpr std::size_t kHost = 3;
+constexpr std::size_t kRest = 4;
+constexpr std::size_t kGroupCount = 5;
 
 struct RegexFreer {
     void operator()(regex_t* expression) const noexcept { ::regfree(expression); }
 };
 
-std::array<char, 256> regexError(int code, const regex_t* expression) {
+std::array<char, 256> regex_error(int code, const regex_t* expression) {
     std::array<char, 256> text{};
     ::regerror(code, expression, text.data(), text.size());
     return text;
 }
 
 /// Length of a group; 0 for one that is not there.
-int groupLength(const regmatch_t& group) {
+int group_length(const regmatch_t& group) {
     return group.rm_so == -1 ? 0 : static_cast<int>(group.rm_eo - group.rm_so);
 }
 
-const char* groupStart(const char* url, const regmatch_t& group) {
+const char* group_start(const char* url, const regmatch_t& group) {
     return group.rm_so == -1 ? "" : url + group.rm_so;
 }
 
@@ -171,28 +175,28 @@ const char* idn_url_toascii(const char* url) {
     regex_t expression;
     int code = ::regcomp(&expression, kUrlPattern, REG_EXTENDED);
     if (code != 0) {
-        messlog2(1, 0, "regcomp() failed: %s", regexError(code, &expression).data());
+        messlog2(1, 0, "regcomp() failed: %s", regex_error(code, &expression).data());
     }
     const std::unique_ptr<regex_t, RegexFreer> owner(&expression);
 
     std::array<regmatch_t, kGroupCount> groups{};
     code = ::regexec(&expression, url, groups.size(), groups.data(), 0);
     if (code != 0) {
-        messlog2(0, 0, "regexec() failed: %s", regexError(code, &expression).data());
+        messlog2(0, 0, "regexec() failed: %s", regex_error(code, &expression).data());
         return nullptr;
     }
-    if (groupLength(groups[kHost]) == 0) {
+    if (group_length(groups[kHost]) == 0) {
         messlog2(0, 0, "no hostname found in URL");
         return nullptr;
     }
-    const kavro::CString host(asprintf_safe("%.*s", groupLength(groups[kHost]), groupStart(url, groups[kHost])));
+    const kavro::CString host(asprintf_safe("%.*s", group_length(groups[kHost]), group_start(url, groups[kHost])));
     const kavro::CString ascii(idn_toascii(host.get()));
     if (ascii == nullptr) {
         messlog2(0, 0, "idn_toascii() failed: %s", idn_strerror(idn_errno));
         return nullptr;
     }
-    std::snprintf(result.data(), result.size(), "%.*s%.*s%s%.*s", groupLength(groups[kScheme]),
-                  groupStart(url, groups[kScheme]), groupLength(groups[kUser]), groupStart(url, groups[kUser]),
-                  ascii.get(), groupLength(groups[kRest]), groupStart(url, groups[kRest]));
+    std::snprintf(result.data(), result.size(), "%.*s%.*s%s%.*s", group_length(groups[kScheme]),
+                  group_start(url, groups[kScheme]), group_length(groups[kUser]), group_start(url, groups[kUser]),
+                  ascii.get(), group_length(groups[kRest]), group_start(url, groups[kRest]));
     return result.data();
 }

@@ -28,16 +28,16 @@ constexpr mode_t kNewFileMode = 0600;
 constexpr mode_t kPermissionBits = 07777;
 
 /// The text of a line without its newline.
-std::string_view withoutNewline(std::string_view line) {
+std::string_view without_newline(std::string_view line) {
     if (!line.empty() && line.back() == '\n') {
         line.remove_suffix(1);
     }
     return line;
 }
 
-bool isOneOf(std::string_view line, const char* const* lines) {
+bool is_one_of(std::string_view line, const char* const* lines) {
     for (; *lines != nullptr; ++lines) {
-        if (withoutNewline(*lines) == line) {
+        if (without_newline(*lines) == line) {
             return true;
         }
     }
@@ -129,7 +129,7 @@ private:
             return -1;
         }
         for (const char* const* line = lines_; !removing_ && *line != nullptr; ++line) {
-            if (!put(copy_.get(), withoutNewline(*line)) || std::fputc('\n', copy_.get()) == EOF) {
+            if (!put(copy_.get(), without_newline(*line)) || std::fputc('\n', copy_.get()) == EOF) {
                 messlog2(0, 0, "cannot write a line to %s.tmp", path_.c_str());
                 return -1;
             }
@@ -145,7 +145,7 @@ private:
         bool complete = true;
         for (ssize_t length = 0; result == 0 && (length = ::getline(&buffer, &size, original_.get())) != -1;) {
             const std::string_view line(buffer, static_cast<std::size_t>(length));
-            if (removing_ && isOneOf(withoutNewline(line), lines_)) {
+            if (removing_ && is_one_of(without_newline(line), lines_)) {
                 continue;
             }
             complete = line.back() == '\n';

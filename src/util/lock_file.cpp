@@ -28,16 +28,16 @@ constexpr mode_t kLockFileMode = 0644;
 constexpr int kLowestDescriptor = 3;
 
 /// Newly allocated; null with errno.
-char* lockFilePath(const char* name, bool hashed) {
+char* lock_file_path(const char* name, bool hashed) {
     if (!hashed) {
         return ::strdup(name);
     }
     char* path = nullptr;
-    return ::asprintf(&path, "%s/%s", LOCK_FILES_D, kavro::md5Hex(name).c_str()) == -1 ? nullptr : path;
+    return ::asprintf(&path, "%s/%s", kLockFilesDirectory, kavro::md5Hex(name).c_str()) == -1 ? nullptr : path;
 }
 
 /// A descriptor of 3 or more, or -1 with errno. A hashed name has no business being a link.
-int openLockFile(const char* path, bool hashed) {
+int open_lock_file(const char* path, bool hashed) {
     const int fd = kavro::openRegular(path, O_RDWR | O_CREAT | O_TRUNC | (hashed ? O_NOFOLLOW : 0), kLockFileMode);
     if (fd == -1 || fd >= kLowestDescriptor) {
         return fd;
@@ -48,8 +48,8 @@ int openLockFile(const char* path, bool hashed) {
     return moved;
 }
 
-mk_lock_t* takeLock(const char* name, int hashed, int operation) {
-    kavro::CString path(lockFilePath(name, hashed != 0));
+mk_lock_t* take_lock(const char* name, int hashed, int operation) {
+    kavro::CString path(lock_file_path(name, hashed != 0));
     auto* lock = static_cast<mk_lock_t*>(std::calloc(1, sizeof(mk_lock_t)));
     if (path == nullptr || lock == nullptr) {
         std::free(lock);
@@ -57,7 +57,7 @@ mk_lock_t* takeLock(const char* name, int hashed, int operation) {
         return nullptr;
     }
     lock->path = path.release();
-    lock->fd = openLockFile(lock->path, hashed != 0);
+    lock->fd = open_lock_file(lock->path, hashed != 0);
     if (lock->fd == -1) {
         messlog2(0, 0, "Unable to open file \"%s\": %s.", lock->path, std::strerror(errno));
         return lock;
@@ -73,11 +73,11 @@ mk_lock_t* takeLock(const char* name, int hashed, int operation) {
 }  // namespace
 
 mk_lock_t* mk_lock(const char* name, int hashed) {
-    return takeLock(name, hashed, LOCK_EX);
+    return take_lock(name, hashed, LOCK_EX);
 }
 
 mk_lock_t* mk_nonblock_lock(const char* name, int hashed) {
-    return takeLock(name, hashed, LOCK_EX | LOCK_NB);
+    return take_lock(name, hashed, LOCK_EX | LOCK_NB);
 }
 
 int is_locked(const mk_lock_t* lock) {
@@ -107,8 +107,8 @@ int rm_lock(mk_lock_t* lock) {
 namespace kavro {
 
 int openHashedLockFile(const std::string& name) {
-    const CString path(lockFilePath(name.c_str(), true));
-    return path == nullptr ? -1 : openLockFile(path.get(), true);
+    const CString path(lock_file_path(name.c_str(), true));
+    return path == nullptr ? -1 : open_lock_file(path.get(), true);
 }
 
 MKLock::MKLock(const std::string& name, int FilenameFlag, int BlockFlag) {

@@ -4,7 +4,7 @@
 #include <string>
 
 /// Directory of hashed lock files.
-inline constexpr const char* LOCK_FILES_D = "/var/lock/files";
+inline constexpr const char* kLockFilesDirectory = "/var/lock/files";
 
 /// A lock file. Release with rm_lock.
 struct mk_lock_t {
@@ -12,8 +12,8 @@ struct mk_lock_t {
     char* path;  ///< owned
 };
 
-/// Takes an exclusive flock(2), waiting for it. `hashed`: the file is the name's MD5 under LOCK_FILES_D, else `name`
-/// is its path. Never null but for want of memory; see mk_lock_t::fd. errno tells the cause.
+/// Takes an exclusive flock(2), waiting for it. `hashed`: the file is the name's MD5 under kLockFilesDirectory, else
+/// `name` is its path. Never null but for want of memory; see mk_lock_t::fd. errno tells the cause.
 mk_lock_t* mk_lock(const char* name, int hashed);
 /// The same without waiting.
 mk_lock_t* mk_nonblock_lock(const char* name, int hashed);
@@ -26,8 +26,8 @@ int rm_lock(mk_lock_t* lock);
 
 namespace kavro {
 
-/// Opens the lock file of a name under LOCK_FILES_D, makes it when it is missing, and locks nothing. A close-on-exec
-/// descriptor of 3 or more, or -1 with errno.
+/// Opens the lock file of a name under kLockFilesDirectory, makes it when it is missing, and locks nothing. A
+/// close-on-exec descriptor of 3 or more, or -1 with errno.
 int openHashedLockFile(const std::string& name);
 
 /// A lock held for a scope.

@@ -19,15 +19,15 @@ const char* LogLocation = nullptr;
 
 namespace {
 
-bool isConsole(const char* location) {
+bool is_console(const char* location) {
     return ::strcasecmp(location, "console") == 0;
 }
 
-bool isStandardError(const char* location) {
+bool is_standard_error(const char* location) {
     return ::strcasecmp(location, "stderr") == 0;
 }
 
-__attribute__((format(printf, 2, 0))) void printLine(std::FILE* stream, const char* format, va_list args) {
+__attribute__((format(printf, 2, 0))) void print_line(std::FILE* stream, const char* format, va_list args) {
     va_list copy;
     va_copy(copy, args);
     std::vfprintf(stream, format, copy);
@@ -38,15 +38,15 @@ __attribute__((format(printf, 2, 0))) void printLine(std::FILE* stream, const ch
 
 // syslog(3) leaves errno as its socket calls set it, and callers report or throw errno after they have logged.
 
-__attribute__((format(printf, 2, 0))) void logToSystemV(int priority, const char* format, va_list args) {
+__attribute__((format(printf, 2, 0))) void log_to_system_v(int priority, const char* format, va_list args) {
     const kavro::ErrnoKeeper keeper;
     ::vsyslog(priority, format, args);
 }
 
-__attribute__((format(printf, 2, 3))) void logToSystem(int priority, const char* format, ...) {
+__attribute__((format(printf, 2, 3))) void log_to_system(int priority, const char* format, ...) {
     va_list args;
     va_start(args, format);
-    logToSystemV(priority, format, args);
+    log_to_system_v(priority, format, args);
     va_end(args);
 }
 
@@ -62,7 +62,7 @@ void kavro_log_init(const char* location, int level, int facility, int options, 
     if (location != nullptr) {
         kavro_log = _kavro_utility_log;
         kavro_logv = _kavro_utility_logv;
-        if (!isConsole(location) && !isStandardError(location)) {
+        if (!is_console(location) && !is_standard_error(location)) {
             LogEnabled = 0;
         }
     } else {
@@ -70,8 +70,8 @@ void kavro_log_init(const char* location, int level, int facility, int options, 
         openedAs = ident;
         openedWith = options | LOG_PID;
         ::openlog(openedAs, openedWith, facility);
-        kavro_log = logToSystem;
-        kavro_logv = logToSystemV;
+        kavro_log = log_to_system;
+        kavro_logv = log_to_system_v;
     }
     kavro_log_set_level(level);
 }
@@ -98,13 +98,13 @@ void _kavro_utility_logv(int priority, const char* format, va_list args) {
     if (LogLevel < priority) {
         return;
     }
-    if (LogLocation != nullptr && !isConsole(LogLocation) && !isStandardError(LogLocation)) {
+    if (LogLocation != nullptr && !is_console(LogLocation) && !is_standard_error(LogLocation)) {
         return;
     }
     const kavro::ErrnoKeeper keeper;
-    printLine(stderr, format, args);
-    if (LogLocation == nullptr || isConsole(LogLocation)) {
-        printLine(stdout, format, args);
+    print_line(stderr, format, args);
+    if (LogLocation == nullptr || is_console(LogLocation)) {
+        print_line(stdout, format, args);
     }
 }
 

@@ -15,12 +15,12 @@ std::string md5Hex(std::string_view text) {
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
     ::MD5(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data());
 #pragma GCC diagnostic pop
-    constexpr std::string_view digits = "0123456789abcdef";
+    constexpr std::string_view kDigits = "0123456789abcdef";
     std::string hex;
     hex.reserve(2 * digest.size());
     for (const unsigned char byte : digest) {
-        hex += digits[byte >> 4U];
-        hex += digits[byte & 0xFU];
+        hex += kDigits[byte >> 4U];
+        hex += kDigits[byte & 0xFU];
     }
     return hex;
 }

@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t kMessageBuffer = 4096;
 
 /// Null without a program name, and for one that ends with a slash.
-const char* programBaseName() {
+const char* program_base_name() {
     if (PROGNAME == nullptr) {
         return nullptr;
     }
@@ -25,8 +25,8 @@ const char* programBaseName() {
     return *base == '\0' ? nullptr : base;
 }
 
-void writeMessage(std::FILE* stream, const char* text) {
-    if (const char* base = programBaseName()) {
+void write_message(std::FILE* stream, const char* text) {
+    if (const char* base = program_base_name()) {
         std::fprintf(stream, "%s: ", base);
     }
     std::fputs(text, stream);
@@ -43,7 +43,7 @@ struct FormattedMessage {
     std::size_t capacity;
 };
 
-__attribute__((format(printf, 1, 0))) FormattedMessage formatMessage(const char* format, va_list args) {
+__attribute__((format(printf, 1, 0))) FormattedMessage format_message(const char* format, va_list args) {
     FormattedMessage message{kavro::CString(static_cast<char*>(std::malloc(kMessageBuffer))), kMessageBuffer};
     if (message.text == nullptr) {
         return message;
@@ -67,7 +67,7 @@ __attribute__((format(printf, 1, 0))) FormattedMessage formatMessage(const char*
 
 /// Appends the system's text for `code` when all of it fits. Kept: a message that outgrew the first buffer has no
 /// room left and never carries it.
-void appendSystemError(const FormattedMessage& message, int code) {
+void append_system_error(const FormattedMessage& message, int code) {
     const std::size_t length = std::strlen(message.text.get());
     const std::size_t room = message.capacity - length;
     const int added =
@@ -81,8 +81,8 @@ void appendSystemError(const FormattedMessage& message, int code) {
 
 int ex_messlog(const char* text, int status, int /*flag*/) {
     const kavro::ErrnoKeeper keeper;
-    writeMessage(stderr, text);
-    writeMessage(stdout, text);
+    write_message(stderr, text);
+    write_message(stdout, text);
     if (status != 0) {
         std::exit(status);
     }
@@ -91,12 +91,12 @@ int ex_messlog(const char* text, int status, int /*flag*/) {
 
 int vmesslog2(int status, int flag, const char* format, va_list args) {
     const kavro::ErrnoKeeper keeper;
-    const FormattedMessage message = formatMessage(format, args);
+    const FormattedMessage message = format_message(format, args);
     if (message.text == nullptr) {
         return ex_messlog("Can't allocate memory for error message", status, flag);
     }
     if (keeper.saved() != 0) {
-        appendSystemError(message, keeper.saved());
+        append_system_error(message, keeper.saved());
     }
     return ex_messlog(message.text.get(), status, flag);
 }

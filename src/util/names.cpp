@@ -12,15 +12,14 @@ constexpr std::ptrdiff_t kMaxMailname = 245;
 constexpr std::ptrdiff_t kMaxDomainName = 255;
 constexpr std::ptrdiff_t kMaxLabel = 63;
 
-enum CharacterClass : unsigned char {
-    kLabelCharacter = 1,  ///< letter, digit, hyphen
-    kAtomCharacter = 2    ///< what a mailname may hold besides the dot
-};
+// Classes of characters, one bit each.
+constexpr unsigned char kLabelCharacter = 1;  ///< letter, digit, hyphen
+constexpr unsigned char kAtomCharacter = 2;   ///< what a mailname may hold besides the dot
 
-constexpr std::array<unsigned char, 256> makeClasses() {
+constexpr std::array<unsigned char, 256> make_classes() {
     std::array<unsigned char, 256> classes{};
-    constexpr std::string_view alphanumeric = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-    for (const char c : alphanumeric) {
+    constexpr std::string_view kAlphanumeric = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    for (const char c : kAlphanumeric) {
         classes[static_cast<unsigned char>(c)] = kLabelCharacter | kAtomCharacter;
     }
     classes['-'] = kLabelCharacter | kAtomCharacter;
@@ -30,10 +29,10 @@ constexpr std::array<unsigned char, 256> makeClasses() {
     return classes;
 }
 
-constexpr std::array<unsigned char, 256> kClasses = makeClasses();
+constexpr std::array<unsigned char, 256> kClasses = make_classes();
 
 /// First character of `text` that is not of the class.
-inline const char* skip(const char* text, CharacterClass wanted) {
+inline const char* skip(const char* text, unsigned char wanted) {
     while ((kClasses[static_cast<unsigned char>(*text)] & wanted) != 0) {
         ++text;
     }
@@ -42,7 +41,7 @@ inline const char* skip(const char* text, CharacterClass wanted) {
 
 /// End of the mailname that begins at `name`: single dots between non-empty runs of other characters. Null when it
 /// breaks a rule before the first character that no mailname has.
-const char* mailnameEnd(const char* name) {
+const char* mailname_end(const char* name) {
     const char* position = name;
     for (;;) {
         const char* end = skip(position, kAtomCharacter);
@@ -62,7 +61,7 @@ int is_mailname_valid(const char* name) {
     if (name == nullptr) {
         return 0;
     }
-    const char* end = mailnameEnd(name);
+    const char* end = mailname_end(name);
     return end != nullptr && *end == '\0' ? 1 : 0;
 }
 
@@ -91,7 +90,7 @@ int is_full_mailname_valid(const char* address) {
     if (address == nullptr) {
         return 0;
     }
-    const char* end = mailnameEnd(address);
+    const char* end = mailname_end(address);
     return end != nullptr && *end == '@' ? is_domain_name_valid(end + 1) : 0;
 }
 
@@ -117,7 +116,7 @@ struct Sequence {
 
 constexpr int kNoLead = -1;
 
-Sequence announcedBy(unsigned char lead) {
+Sequence announced_by(unsigned char lead) {
     if (lead < 0x80) {
         return {0, 0, 0};
     }
@@ -143,7 +142,7 @@ Sequence announcedBy(unsigned char lead) {
 
 bool isUtf8(std::string_view text) {
     while (!text.empty()) {
-        Sequence sequence = announcedBy(static_cast<unsigned char>(text.front()));
+        Sequence sequence = announced_by(static_cast<unsigned char>(text.front()));
         text.remove_prefix(1);
         if (sequence.following == kNoLead) {
             return false;

@@ -18,7 +18,7 @@
 namespace {
 
 /// The process id that an entry of /proc is named after; -1 for any other entry.
-pid_t processId(const char* name) {
+pid_t process_id(const char* name) {
     pid_t id = -1;
     const char* end = name + std::strlen(name);
     const auto [position, error] = std::from_chars(name, end, id);
@@ -26,7 +26,7 @@ pid_t processId(const char* name) {
 }
 
 /// Milliseconds since boot when the process started (field 22 of proc(5)'s stat); -1 when that cannot be read.
-long long startTime(pid_t id) {
+long long start_time(pid_t id) {
     const kavro::CFile stat(std::fopen(("/proc/" + std::to_string(id) + "/stat").c_str(), "re"));
     std::array<char, 1024> line;
     if (stat == nullptr || std::fgets(line.data(), line.size(), stat.get()) == nullptr) {
@@ -44,9 +44,9 @@ long long startTime(pid_t id) {
     return static_cast<long long>(ticks) * 1000 / ::sysconf(_SC_CLK_TCK);
 }
 
-std::chrono::milliseconds ageOf(pid_t id) {
+std::chrono::milliseconds age_of(pid_t id) {
     struct timespec now {};
-    const long long start = startTime(id);
+    const long long start = start_time(id);
     if (start == -1 || ::clock_gettime(CLOCK_BOOTTIME, &now) != 0) {
         return {};
     }
@@ -56,13 +56,13 @@ std::chrono::milliseconds ageOf(pid_t id) {
 
 /// Calls `visit` for each process that runs `path`, until that answers false.
 template <typename Visit>
-void visitProcesses(const char* path, Visit visit) {
+void visit_processes(const char* path, Visit visit) {
     const kavro::CDirectory proc(::opendir("/proc"));
     if (proc == nullptr) {
         return;
     }
     while (const dirent* entry = ::readdir(proc.get())) {
-        const pid_t id = processId(entry->d_name);
+        const pid_t id = process_id(entry->d_name);
         if (id > 0 && runsProgram(id, path) && !visit(id)) {
             return;
         }
@@ -82,7 +82,7 @@ bool runsProgram(pid_t id, const char* path) {
 
 pid_t findProcessByPath(const char* path) {
     pid_t found = -1;
-    visitProcesses(path, [&](pid_t id) {
+    visit_processes(path, [&](pid_t id) {
         found = id;
         return false;
     });
@@ -91,8 +91,8 @@ pid_t findProcessByPath(const char* path) {
 
 std::vector<RunningProcess> findProcessesByPath(const char* path) {
     std::vector<RunningProcess> found;
-    visitProcesses(path, [&](pid_t id) {
-        found.push_back({id, ageOf(id)});
+    visit_processes(path, [&](pid_t id) {
+        found.push_back({id, age_of(id)});
         return true;
     });
     return found;

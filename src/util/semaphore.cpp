@@ -23,19 +23,19 @@ constexpr mode_t kDirectoryMode = 0755;
 
 int semaphoreFile = -1;
 
-std::string semaphoreDirectory() {
-    return std::string(PRODUCT_ROOT_D) + "/var";
+std::string semaphore_directory() {
+    return std::string(kProductRoot) + "/var";
 }
 
-std::string semaphorePath() {
-    return semaphoreDirectory() + "/utilities.sem";
+std::string semaphore_path() {
+    return semaphore_directory() + "/utilities.sem";
 }
 
-int openSemaphoreFile() {
-    return kavro::openRegular(semaphorePath().c_str(), O_WRONLY | O_CREAT, kSemaphoreFileMode);
+int open_semaphore_file() {
+    return kavro::openRegular(semaphore_path().c_str(), O_WRONLY | O_CREAT, kSemaphoreFileMode);
 }
 
-void refuseNegative(long n, const char* function) {
+void refuse_negative(long n, const char* function) {
     if (n < 0) {
         messlog2(EXIT_FAILURE, 0, "%s() failed for semnum %ld: semnum must not be negative", function, n);
     }
@@ -51,7 +51,7 @@ int request(short type, int command, long n) {
     return kavro::retryInterrupted([&] { return ::fcntl(semaphoreFile, command, &range); });
 }
 
-void endWithError(const char* function, long n) {
+void end_with_error(const char* function, long n) {
     messlog2(EXIT_FAILURE, 0, "%s() failed for semnum %ld: %s", function, n, std::strerror(errno));
 }
 
@@ -61,39 +61,40 @@ void init_sem() {
     if (semaphoreFile != -1) {
         return;
     }
-    semaphoreFile = openSemaphoreFile();
+    semaphoreFile = open_semaphore_file();
     if (semaphoreFile == -1 && errno == ENOENT &&
-        make_dir_p(semaphoreDirectory().c_str(), kDirectoryMode, static_cast<uid_t>(-1), static_cast<gid_t>(-1)) == 0) {
-        semaphoreFile = openSemaphoreFile();
+        make_dir_p(semaphore_directory().c_str(), kDirectoryMode, static_cast<uid_t>(-1), static_cast<gid_t>(-1)) ==
+            0) {
+        semaphoreFile = open_semaphore_file();
     }
     if (semaphoreFile == -1) {
-        messlog2(EXIT_FAILURE, 0, "failed to open semaphore file %s: %s", semaphorePath().c_str(),
+        messlog2(EXIT_FAILURE, 0, "failed to open semaphore file %s: %s", semaphore_path().c_str(),
                  std::strerror(errno));
     }
 }
 
 void sem_lock(long n) {
-    refuseNegative(n, "sem_lock");
+    refuse_negative(n, "sem_lock");
     if (request(F_WRLCK, F_SETLKW, n) == -1) {
-        endWithError("sem_lock", n);
+        end_with_error("sem_lock", n);
     }
 }
 
 int sem_lock_nonblock(long n) {
-    refuseNegative(n, "sem_lock");
+    refuse_negative(n, "sem_lock");
     if (request(F_WRLCK, F_SETLK, n) == 0) {
         return 0;
     }
     if (errno != EAGAIN && errno != EACCES) {
-        endWithError("sem_lock", n);
+        end_with_error("sem_lock", n);
     }
     return -1;
 }
 
 void sem_unlock(long n) {
-    refuseNegative(n, "sem_unlock");
+    refuse_negative(n, "sem_unlock");
     if (request(F_UNLCK, F_SETLK, n) == -1) {
-        endWithError("sem_unlock", n);
+        end_with_error("sem_unlock", n);
     }
 }
 

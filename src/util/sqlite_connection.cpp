@@ -22,13 +22,13 @@ constexpr long kMicrosecondsPerSecond = 1000000;
 constexpr long kNanosecondsPerMicrosecond = 1000;
 
 /// The code without what the extended result codes add: a busy recovery or snapshot is busy too.
-int primaryCode(int code) {
-    constexpr int mask = 0xFF;
-    return code & mask;
+int primary_code(int code) {
+    constexpr int kMask = 0xFF;
+    return code & kMask;
 }
 
 /// False when the sleep failed; one that a signal cut short counts as slept.
-bool sleepMicroseconds(long microseconds) {
+bool sleep_microseconds(long microseconds) {
     timespec pause{};
     pause.tv_sec = microseconds / kMicrosecondsPerSecond;
     pause.tv_nsec = microseconds % kMicrosecondsPerSecond * kNanosecondsPerMicrosecond;
@@ -37,11 +37,11 @@ bool sleepMicroseconds(long microseconds) {
 
 /// Calls until the answer is not "busy", without limit, cleaning up and sleeping before each repetition.
 template <typename Call, typename CleanUp>
-int repeatWhileBusy(Call&& call, CleanUp&& cleanUp) {
+int repeat_while_busy(Call&& call, CleanUp&& cleanUp) {
     int code = call();
-    for (long pause = 0; primaryCode(code) == SQLITE_BUSY; pause += kSleepStepMicroseconds) {
+    for (long pause = 0; primary_code(code) == SQLITE_BUSY; pause += kSleepStepMicroseconds) {
         cleanUp();
-        if (!sleepMicroseconds(pause)) {
+        if (!sleep_microseconds(pause)) {
             return SQLITE_ERROR;
         }
         code = call();
@@ -51,35 +51,35 @@ int repeatWhileBusy(Call&& call, CleanUp&& cleanUp) {
 
 /// Whether the answer says that a killed writer's journal is to be rolled back first, which a read-only connection may
 /// not do.
-bool needsRecovery(sqlite3* handle, int code) {
-    return primaryCode(code) == SQLITE_READONLY && ::sqlite3_extended_errcode(handle) == SQLITE_READONLY_ROLLBACK;
+bool needs_recovery(sqlite3* handle, int code) {
+    return primary_code(code) == SQLITE_READONLY && ::sqlite3_extended_errcode(handle) == SQLITE_READONLY_ROLLBACK;
 }
 
 /// Opens the database once for writing and reads from it, which rolls it back.
 bool recover(sqlite3* handle) {
     kavro::SqliteConnection writer;
-    return writer.open(::sqlite3_db_filename(handle, "main"), kavro::SqliteConnection::Access::kReadWrite) &&
+    return writer.open(::sqlite3_db_filename(handle, "main"), kavro::SqliteConnection::Access::ReadWrite) &&
            writer.execute("SELECT 1 FROM sqlite_master");
 }
 
-/// repeatWhileBusy, with a recovery between when one is needed.
+/// repeat_while_busy, with a recovery between when one is needed.
 template <typename Call, typename CleanUp>
-int carryOut(sqlite3* handle, Call&& call, CleanUp&& cleanUp) {
-    const int code = repeatWhileBusy(call, cleanUp);
-    if (!needsRecovery(handle, code) || !recover(handle)) {
+int carry_out(sqlite3* handle, Call&& call, CleanUp&& cleanUp) {
+    const int code = repeat_while_busy(call, cleanUp);
+    if (!needs_recovery(handle, code) || !recover(handle)) {
         return code;
     }
     cleanUp();
-    return repeatWhileBusy(call, cleanUp);
+    return repeat_while_busy(call, cleanUp);
 }
 
 constexpr auto kNothingToCleanUp = [] {};
 
-int flagsOf(kavro::SqliteConnection::Access access) {
+int flags_of(kavro::SqliteConnection::Access access) {
     switch (access) {
-        case kavro::SqliteConnection::Access::kReadOnly:
+        case kavro::SqliteConnection::Access::ReadOnly:
             return SQLITE_OPEN_READONLY;
-        case kavro::SqliteConnection::Access::kReadWrite:
+        case kavro::SqliteConnection::Access::ReadWrite:
             return SQLITE_OPEN_READWRITE;
         default:
             return SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
@@ -98,7 +98,7 @@ bool SqliteConnection::open(const char* path, Access access) {
     // The handle of a failed open knows why it failed and is kept for that.
     const char* layer = sqliteFileLayer();
     open_ = layer != nullptr &&
-            ::sqlite3_open_v2(path, &handle_, flagsOf(access) | SQLITE_OPEN_NOFOLLOW, layer) == SQLITE_OK;
+            ::sqlite3_open_v2(path, &handle_, flags_of(access) | SQLITE_OPEN_NOFOLLOW, layer) == SQLITE_OK;
     if (open_) {
         ::sqlite3_busy_timeout(handle_, kBusyTimeoutMs);
     }
@@ -116,7 +116,7 @@ bool SqliteConnection::execute(const char* script) {
             ::sqlite3_exec(handle_, "ROLLBACK", nullptr, nullptr, nullptr);
         }
     };
-    return carryOut(
+    return carry_out(
                handle_, [&] { return ::sqlite3_exec(handle_, script, nullptr, nullptr, nullptr); },
                rollBackOwnTransaction) == SQLITE_OK;
 }
@@ -136,7 +136,7 @@ void SqliteConnection::close() {
     while (sqlite3_stmt* statement = ::sqlite3_next_stmt(handle_, nullptr)) {
         ::sqlite3_finalize(statement);
     }
-    repeatWhileBusy([this] { return ::sqlite3_close(handle_); }, kNothingToCleanUp);
+    repeat_while_busy([this] { return ::sqlite3_close(handle_); }, kNothingToCleanUp);
     handle_ = nullptr;
     open_ = false;
 }
@@ -150,7 +150,7 @@ bool SqliteStatement::prepare(const char* sql) {
     handle_ = nullptr;
     sqlite3* connection = connection_.get();
     return connection != nullptr &&
-           carryOut(
+           carry_out(
                connection, [&] { return ::sqlite3_prepare_v2(connection, sql, -1, &handle_, nullptr); },
                kNothingToCleanUp) == SQLITE_OK;
 }
@@ -168,7 +168,7 @@ bool SqliteStatement::bind(int position, int number) {
 }
 
 int SqliteStatement::step() {
-    return primaryCode(carryOut(
+    return primary_code(carry_out(
         connection_.get(), [this] { return ::sqlite3_step(handle_); }, [this] { ::sqlite3_reset(handle_); }));
 }
 
@@ -191,7 +191,7 @@ namespace {
 constexpr mode_t kDirectoryMode = 0755;
 
 /// The directory part of a path, newly allocated; null with errno.
-char* directoryName(const char* path) {
+char* directory_name(const char* path) {
     if (path == nullptr || *path == '\0') {
         errno = EINVAL;
         return nullptr;
@@ -207,7 +207,7 @@ char* directoryName(const char* path) {
 }  // namespace
 
 int sqlite_create_db_path(const char* path, const char* label) {
-    const kavro::CString directory(directoryName(path));
+    const kavro::CString directory(directory_name(path));
     if (directory == nullptr) {
         kavro_log(KAVRO_LOG_CRITICAL, "Unable to get dirname for %s database (%s): %s (%d)", label, path,
                   std::strerror(errno), errno);
@@ -223,7 +223,7 @@ int sqlite_create_db_path(const char* path, const char* label) {
 
 int sqlite_db_create(const char* path, const char* script, const char* label) {
     kavro::SqliteConnection connection;
-    if (!connection.open(path, kavro::SqliteConnection::Access::kReadWriteCreate)) {
+    if (!connection.open(path, kavro::SqliteConnection::Access::ReadWriteCreate)) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to open database %s: %s", path, connection.errorText());
         return -1;
     }

@@ -15,7 +15,7 @@ inline constexpr const char* kGeneralDbError = "general DB errror";
 /// An open database, or none. Not copyable. The destructor closes, however long it takes.
 class SqliteConnection {
 public:
-    enum class Access { kReadOnly, kReadWrite, kReadWriteCreate };
+    enum class Access { ReadOnly, ReadWrite, ReadWriteCreate };
 
     SqliteConnection() = default;
     SqliteConnection(const SqliteConnection&) = delete;

@@ -41,7 +41,7 @@ struct OpenDatabase {
 };
 std::vector<OpenDatabase> openDatabases;
 
-bool isDatabaseWith(std::string_view suffix, std::string_view name) {
+bool is_database_with(std::string_view suffix, std::string_view name) {
     return name.ends_with(suffix) &&
            std::any_of(openDatabases.begin(), openDatabases.end(), [&](const OpenDatabase& database) {
                return database.name == name.substr(0, name.size() - suffix.size());
@@ -55,48 +55,48 @@ struct FileMethods : sqlite3_io_methods {
 FileMethods databaseMethods;
 FileMethods otherMethods;
 
-const sqlite3_io_methods* methodsBelow(const sqlite3_file* file) {
+const sqlite3_io_methods* methods_below(const sqlite3_file* file) {
     return static_cast<const FileMethods*>(file->pMethods)->below;
 }
 
-int syncFile(sqlite3_file* file, int flags) {
+int sync_file(sqlite3_file* file, int flags) {
     for (;;) {
-        const int result = methodsBelow(file)->xSync(file, flags);
+        const int result = methods_below(file)->xSync(file, flags);
         int reason = 0;
         if (result != SQLITE_IOERR_FSYNC ||
-            methodsBelow(file)->xFileControl(file, SQLITE_FCNTL_LAST_ERRNO, &reason) != SQLITE_OK || reason != EINTR) {
+            methods_below(file)->xFileControl(file, SQLITE_FCNTL_LAST_ERRNO, &reason) != SQLITE_OK || reason != EINTR) {
             return result;
         }
     }
 }
 
-int closeFile(sqlite3_file* file) {
+int close_file(sqlite3_file* file) {
     std::erase_if(openDatabases, [file](const OpenDatabase& database) { return database.file == file; });
-    return methodsBelow(file)->xClose(file);
+    return methods_below(file)->xClose(file);
 }
 
 /// Version 1 has no shared memory, which is how SQLite knows that there is no WAL mode.
-void takeOver(sqlite3_file* file, FileMethods& methods) {
+void take_over(sqlite3_file* file, FileMethods& methods) {
     static_cast<sqlite3_io_methods&>(methods) = *file->pMethods;
     methods.below = file->pMethods;
     methods.iVersion = 1;
-    methods.xSync = syncFile;
-    methods.xClose = closeFile;
+    methods.xSync = sync_file;
+    methods.xClose = close_file;
     file->pMethods = &methods;
 }
 
-void reportRefusal(const char* name) {
+void report_refusal(const char* name) {
     struct stat status {};
     if (name != nullptr && ::lstat(name, &status) == 0 && !S_ISREG(status.st_mode)) {
         kavro_log(KAVRO_LOG_ERROR, "%s is not a regular file, refused", name);
     }
 }
 
-int openFile(sqlite3_vfs* /*layer*/, const char* name, sqlite3_file* file, int flags, int* answer) {
-    constexpr int permitted = SQLITE_OPEN_MAIN_DB | SQLITE_OPEN_MAIN_JOURNAL;
+int open_file(sqlite3_vfs* /*layer*/, const char* name, sqlite3_file* file, int flags, int* answer) {
+    constexpr int kPermitted = SQLITE_OPEN_MAIN_DB | SQLITE_OPEN_MAIN_JOURNAL;
     file->pMethods = nullptr;
     // Without a name it is a temporary file, which SQLite makes elsewhere and removes at once.
-    if (name != nullptr && (flags & permitted) == 0) {
+    if (name != nullptr && (flags & kPermitted) == 0) {
         return SQLITE_CANTOPEN;
     }
     const bool isDatabase = name != nullptr && (flags & SQLITE_OPEN_MAIN_DB) != 0;
@@ -112,24 +112,24 @@ int openFile(sqlite3_vfs* /*layer*/, const char* name, sqlite3_file* file, int f
         if (isDatabase) {
             openDatabases.pop_back();
         }
-        reportRefusal(name);
+        report_refusal(name);
     }
     if (file->pMethods != nullptr) {
-        takeOver(file, isDatabase ? databaseMethods : otherMethods);
+        take_over(file, isDatabase ? databaseMethods : otherMethods);
     }
     return result;
 }
 
-int deleteFile(sqlite3_vfs* /*layer*/, const char* name, int syncDirectory) {
-    return isDatabaseWith(kJournalSuffix, name) ? below->xDelete(below, name, syncDirectory) : SQLITE_IOERR_DELETE;
+int delete_file(sqlite3_vfs* /*layer*/, const char* name, int syncDirectory) {
+    return is_database_with(kJournalSuffix, name) ? below->xDelete(below, name, syncDirectory) : SQLITE_IOERR_DELETE;
 }
 
-int accessFile(sqlite3_vfs* /*layer*/, const char* name, int what, int* answer) {
-    if (isDatabaseWith("", name) || isDatabaseWith(kJournalSuffix, name)) {
+int access_file(sqlite3_vfs* /*layer*/, const char* name, int what, int* answer) {
+    if (is_database_with("", name) || is_database_with(kJournalSuffix, name)) {
         return below->xAccess(below, name, what, answer);
     }
     *answer = 0;
-    if (isDatabaseWith(kWalSuffix, name)) {
+    if (is_database_with(kWalSuffix, name)) {
         return SQLITE_OK;
     }
     // "Not there" would make SQLite drop the journal; as it is, nothing changes until somebody has looked at it.
@@ -138,7 +138,7 @@ int accessFile(sqlite3_vfs* /*layer*/, const char* name, int what, int* answer) 
 }
 
 /// SQLite would follow a link in the last place here, before it opens what came out.
-int fullPath(sqlite3_vfs* /*layer*/, const char* path, int size, char* answer) {
+int full_path(sqlite3_vfs* /*layer*/, const char* path, int size, char* answer) {
     const char* slash = std::strrchr(path, '/');
     const char* name = slash == nullptr ? path : slash + 1;
     std::array<char, PATH_MAX> directory;
@@ -155,13 +155,13 @@ int fullPath(sqlite3_vfs* /*layer*/, const char* path, int size, char* answer) {
 }
 
 /// Databases and journals are opened with O_NOFOLLOW; without it directories, to sync them, and /dev/urandom.
-int openSystemCall(const char* path, int flags, int mode) {
+int open_system_call(const char* path, int flags, int mode) {
     return (flags & O_NOFOLLOW) == 0 ? ::open(path, flags, mode)
                                      : kavro::openRegular(path, flags, static_cast<mode_t>(mode));
 }
 
 /// SQLite passes a number or a pointer, as fcntl(2) itself does.
-int fcntlSystemCall(int fd, int command, ...) {
+int fcntl_system_call(int fd, int command, ...) {
     va_list arguments;
     va_start(arguments, command);
     void* argument = va_arg(arguments, void*);
@@ -169,12 +169,12 @@ int fcntlSystemCall(int fd, int command, ...) {
     return kavro::retryInterrupted([&] { return ::fcntl(fd, command, argument); });
 }
 
-int unlinkSystemCall(const char* path) {
+int unlink_system_call(const char* path) {
     return kavro::retryInterrupted([path] { return ::unlink(path); });
 }
 
 template <typename Function>
-bool replaceSystemCall(const char* name, Function* function) {
+bool replace_system_call(const char* name, Function* function) {
     return below->xSetSystemCall(below, name, reinterpret_cast<sqlite3_syscall_ptr>(function)) == SQLITE_OK;
 }
 
@@ -192,12 +192,13 @@ const char* kavro::sqliteFileLayer() {
     layer = *below;
     layer.pNext = nullptr;
     layer.zName = kLayerName;
-    layer.xOpen = openFile;
-    layer.xDelete = deleteFile;
-    layer.xAccess = accessFile;
-    layer.xFullPathname = fullPath;
-    const bool ready = replaceSystemCall("open", openSystemCall) && replaceSystemCall("fcntl", fcntlSystemCall) &&
-                       replaceSystemCall("unlink", unlinkSystemCall) && ::sqlite3_vfs_register(&layer, 0) == SQLITE_OK;
+    layer.xOpen = open_file;
+    layer.xDelete = delete_file;
+    layer.xAccess = access_file;
+    layer.xFullPathname = full_path;
+    const bool ready =
+        replace_system_call("open", open_system_call) && replace_system_call("fcntl", fcntl_system_call) &&
+        replace_system_call("unlink", unlink_system_call) && ::sqlite3_vfs_register(&layer, 0) == SQLITE_OK;
     if (!ready) {
         below = nullptr;
         return nullptr;
@@ -213,31 +214,31 @@ void* allocate(int size) {
     return std::malloc(static_cast<std::size_t>(size));
 }
 
-void wipeAndFree(void* memory) {
+void wipe_and_free(void* memory) {
     if (memory != nullptr) {
         ::explicit_bzero(memory, ::malloc_usable_size(memory));
         std::free(memory);
     }
 }
 
-int usableSize(void* memory) {
+int usable_size(void* memory) {
     return memory == nullptr ? 0 : static_cast<int>(::malloc_usable_size(memory));
 }
 
 /// By hand: realloc(3) would leave the old contents behind where it moves them.
 void* reallocate(void* memory, int size) {
-    if (size <= usableSize(memory)) {
+    if (size <= usable_size(memory)) {
         return memory;
     }
     void* moved = allocate(size);
     if (moved != nullptr) {
-        std::memcpy(moved, memory, static_cast<std::size_t>(std::min(size, usableSize(memory))));
-        wipeAndFree(memory);
+        std::memcpy(moved, memory, static_cast<std::size_t>(std::min(size, usable_size(memory))));
+        wipe_and_free(memory);
     }
     return moved;
 }
 
-int roundUp(int size) {
+int round_up(int size) {
     return (size + kAlignment - 1) / kAlignment * kAlignment;
 }
 
@@ -245,7 +246,7 @@ int initialize(void* /*data*/) {
     return SQLITE_OK;
 }
 
-void shutDown(void* /*data*/) {
+void shut_down(void* /*data*/) {
 }
 
 }  // namespace
@@ -258,8 +259,8 @@ void configureSqlite() {
         return;
     }
     configured = true;
-    static const sqlite3_mem_methods wipingMemory = {allocate, wipeAndFree, reallocate, usableSize,
-                                                     roundUp,  initialize,  shutDown,   nullptr};
+    static const sqlite3_mem_methods wipingMemory = {allocate, wipe_and_free, reallocate, usable_size,
+                                                     round_up, initialize,    shut_down,  nullptr};
     ::sqlite3_config(SQLITE_CONFIG_MALLOC, &wipingMemory);
     ::sqlite3_config(SQLITE_CONFIG_SINGLETHREAD);
     ::sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);

@@ -8,7 +8,7 @@
 
 void check(std::string& input) {
     static const bool loaded = [] {
-        write_file("/tmp/key", std::string(MAIL_AES_KEY_SIZE, 'k'));
+        write_file("/tmp/key", std::string(kMailAesKeySize, 'k'));
         return mail_aes_init("/tmp/key") == 1;
     }();
     require(loaded);

@@ -98,7 +98,7 @@ $(for a in a1.test a2.test; do printf -- '-keys: d 755 root:root %s\n-keys: f 44
   same "without an action" "" "$(changes)"
 }
 
-@test "--add-domain-alias gives the alias every name, list, key, handler and password, and an answer to unknown names" {
+@test "--add-domain-alias gives the alias every name, list, key, handler and password, and an answer to unknown recipients" {
   mx --add-domain-alias --domain-name=d.test --domain-alias-name=n.test --set-bounce --phrase=$'no\nsuch user' --set-reject
   common=$(standard + n.test; seen_through + n.test; for n in info sales help; do echo "+auth: $n@n.test encrypted 00"; done)
   common+=$'\n+virtual: n.test 1\n+virtual: news@n.test news@d.test\n+handlers: info@n.test spam 1\n+keys: d 755 root:root n.test\n+keys: f 440 root:popuser n.test/default'

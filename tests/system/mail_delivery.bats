@@ -24,7 +24,7 @@ delivered() {
 refused() { same "answer to RCPT TO:<$1>" "$2" "$(smtp_send sender@example.org "$1" refused)"; }
 unknown() { refused "$1" "550 5.1.1 <$1>: Recipient address rejected: User unknown in virtual $2 table"; }
 
-@test "mailnames, mail aliases and lists get their mail, also under domain aliases; unknown names are refused" {
+@test "mailnames, mail aliases and lists get their mail, also under domain aliases; unknown recipients are refused" {
   postmap -r -i hash:$TABLES/virtual <<<'news@d.test bob@d.test'
   local domain
   for domain in d.test a1.test a2.test; do

@@ -47,7 +47,7 @@ TEST_F(CipherTest, ReadsAndWritesWhatOpensslDoesWithTheFirst32BytesOfTheKeyFile)
 }
 
 TEST_F(CipherTest, WithoutPaddingBlocksAreFilledWithZeros) {
-    EXPECT_EQ(mail_aes_gen_key(std::vector<unsigned char>(32).data(), MAIL_AES_KEY_SIZE - 1), 0);
+    EXPECT_EQ(mail_aes_gen_key(std::vector<unsigned char>(32).data(), kMailAesKeySize - 1), 0);
     ASSERT_EQ(kavro_cipher_init("AES-256-CBC", mailAuthKey), 1);
     for (const auto& [length, written] : {std::pair{0U, 24U}, {16U, 24U}, {17U, 44U}}) {
         const std::string stored = crypt(std::string(length, 'p').c_str(), "$AES-256-CBC");

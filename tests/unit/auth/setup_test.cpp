@@ -61,7 +61,7 @@ TEST_F(AuthTest, InitialisesEachStyleWithItsOwnersAndModes) {
 }
 
 TEST_F(AuthDatabaseTest, TheSchemaIsWholeAndItsTriggersKeepUsersInDomains) {
-    EXPECT_EQ(std::string(mailAuthDBSchema).size(), 1161U);
+    EXPECT_EQ(std::string(kMailAuthSchema).size(), 1161U);
     const std::string refusal = " on table \"users\" violates foreign key constraint \"fk_domains_id\"";
     EXPECT_EQ(sql("INSERT INTO users(dom_id, name) VALUES(1, 'joe')"), "insert" + refusal);
     sql("INSERT INTO domains(name) VALUES('d'); INSERT INTO users(dom_id, name) VALUES(1, 'joe')");

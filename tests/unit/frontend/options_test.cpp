@@ -77,7 +77,7 @@ TEST(Parser, ReportsTheMissingOptionDeclaredLast) {
               "mandatory option \"--domain-name\" is not specified");
 }
 
-TEST(NotexistingMail, CatchAllGoesBeforeRejectAndTextsMustFitARecord) {
+TEST(UnknownRecipients, CatchAllGoesBeforeRejectAndTextsMustFitARecord) {
     const auto build = [](const std::vector<std::string>& arguments) {
         ProgramOptionsHelper helper("test", "--command");
         formNotexistingMailOptions(helper);

@@ -50,7 +50,7 @@ TEST_F(HandlersDatabase, AddStoresEveryFieldAndReplacesTheSameHandler) {
 TEST_F(HandlersDatabase, GlobalHandlersTakeOnlyTheirOwnRecipients) {
     char name[] = "n", mail[] = "joe@dom.test", empty[] = "", every[] = "all-recipients";
     for (char* address : {mail, empty, every}) {
-        const mh_data added{0, MH_TYPE_GLOBAL, 5, name, address, name, name, 0, 0};
+        const mh_data added{0, kGlobalHandlerType, 5, name, address, name, name, 0, 0};
         EXPECT_EQ(mh_db_add(nullptr, &added), address == mail ? -1 : 0);
     }
     EXPECT_EQ(addresses(), "all all-recipients");

@@ -17,7 +17,7 @@ using testing::HasSubstr;
 
 namespace {
 
-const fs::path kTree = DOMAINKEYS_D;
+const fs::path kTree = kDomainKeysDirectory;
 
 class DomainKeys : public testing::Test {
 protected:

@@ -59,13 +59,13 @@ TEST_F(Config, DefaultsStandInUntilTheFileCanBeRead) {
     std::filesystem::create_directories("/etc/zcp");
     std::filesystem::remove(kFile);
     const LogCapture log;
-    EXPECT_STREQ(zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D), "/var/qmail/mailnames");
+    EXPECT_STREQ(zcpConfGetDefaultByIndex(kMailRootKey), "/var/qmail/mailnames");
     EXPECT_STREQ(zcpConfGetDefault("PRODUCT_ROOT_D"), "/opt/zcp");
     EXPECT_EQ(conf_read_file_r("/tmp", emptyTable().get()), -1);
     writeFile(kFile, "KAVRO_MAILNAMES_D /srv/mail\n");
     EXPECT_STREQ(zcpConfGetDefault("KAVRO_MAILNAMES_D"), "/srv/mail");
     std::filesystem::remove(kFile);
-    EXPECT_STREQ(zcpConfGetDefaultByIndex(CONF_KAVRO_MAILNAMES_D), "/srv/mail");
+    EXPECT_STREQ(zcpConfGetDefaultByIndex(kMailRootKey), "/srv/mail");
     EXPECT_EQ(zcpConfGetDefault("_MAX_POSSIBLE_ZCP_CONF_VAR_NAME"), nullptr);
     const std::string missing = "12 unable to open configuration file /etc/zcp/zcp.conf: No such file or directory\n";
     EXPECT_EQ(LogCapture::messages,

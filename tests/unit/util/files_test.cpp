@@ -14,9 +14,9 @@ namespace {
 class Files : public ScratchTest {
 protected:
     Files() {
-        std::filesystem::create_directories(LOCK_FILES_D);
-        uid_ = kavro_ugid(MAIL_USER, 0);
-        gid_ = kavro_ugid(MAIL_USER, 1);
+        std::filesystem::create_directories(kLockFilesDirectory);
+        uid_ = kavro_ugid(kMailUser, 0);
+        gid_ = kavro_ugid(kMailUser, 1);
     }
     std::string mailUserAccess(const char* mode) const {
         return std::string(mode) + " " + std::to_string(uid_) + ":" + std::to_string(gid_);
@@ -29,7 +29,7 @@ protected:
 
 TEST_F(Files, LinesAreRemovedWholeAndAppendedToCompleteLines) {
     writeFile(path("f"), "one\ntwo\none\n one\none two\nlast");
-    ASSERT_EQ(file_set_user_mode(path("f").c_str(), MAIL_USER, 0640), 0);
+    ASSERT_EQ(file_set_user_mode(path("f").c_str(), kMailUser, 0640), 0);
     writeFile(path("f.tmp"), "left by an interrupted edit");
     ASSERT_EQ(edit("one\n", FILE_STRINGS_REMOVE), 0);
     EXPECT_EQ(readFile(path("f")), "two\n one\none two\nlast");
@@ -60,7 +60,7 @@ TEST_F(Files, LineFileIsUntouchedByAFailedEdit) {
         return edit("y", FILE_STRINGS_ADD) + 5;
     });
     EXPECT_EQ(full.status, 4) << full.err;
-    std::filesystem::remove_all(LOCK_FILES_D);
+    std::filesystem::remove_all(kLockFilesDirectory);
     EXPECT_EQ(edit("y", FILE_STRINGS_ADD), 1);
     EXPECT_EQ(readFile(path("f")), before);
     EXPECT_EQ(entryCount(), 1);
@@ -75,7 +75,7 @@ TEST_F(Files, PlantedLinksAreNeverFollowedNorPipesWaitedFor) {
     const std::string access = accessOf(path("victim"));
     std::filesystem::create_symlink(path("victim"), path("f"));
     EXPECT_EQ(edit("x", FILE_STRINGS_ADD), -1);
-    EXPECT_EQ(file_set_user_mode(path("f").c_str(), MAIL_USER, 0600), -1);
+    EXPECT_EQ(file_set_user_mode(path("f").c_str(), kMailUser, 0600), -1);
     std::filesystem::rename(path("f"), path("f.tmp"));
     EXPECT_EQ(edit("x", FILE_STRINGS_ADD), 0);
     EXPECT_EQ(readFile(path("f")), "x\n");

@@ -17,7 +17,7 @@ using ::testing::ThrowsMessage;
 
 class Locks : public ScratchTest {
 protected:
-    Locks() { std::filesystem::create_directories(LOCK_FILES_D); }
+    Locks() { std::filesystem::create_directories(kLockFilesDirectory); }
 };
 
 TEST_F(Locks, SecondHolderWaitsForTheFirst) {

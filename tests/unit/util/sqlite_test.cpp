@@ -23,7 +23,7 @@ protected:
         const pid_t holder = ::fork();
         if (holder == 0) {
             SqliteConnection connection;
-            connection.open(database().c_str(), SqliteConnection::Access::kReadWriteCreate);
+            connection.open(database().c_str(), SqliteConnection::Access::ReadWriteCreate);
             connection.execute("BEGIN EXCLUSIVE; INSERT INTO t(v) VALUES('held');");
             const ssize_t told = ::write(ready[1], "r", 1);
             ::usleep(200000);
@@ -38,7 +38,7 @@ protected:
     }
     sqlite3_int64 count() {
         SqliteConnection connection;
-        EXPECT_TRUE(connection.open(database().c_str(), SqliteConnection::Access::kReadOnly));
+        EXPECT_TRUE(connection.open(database().c_str(), SqliteConnection::Access::ReadOnly));
         SqliteStatement statement(connection);
         EXPECT_TRUE(statement.prepare("SELECT COUNT(*) FROM t"));
         EXPECT_EQ(statement.step(), SQLITE_ROW);
@@ -48,7 +48,7 @@ protected:
 
 TEST_F(Sqlite, BusyDatabaseIsWaitedForAndAScriptRepeatedFromItsBeginning) {
     SqliteConnection connection;
-    ASSERT_TRUE(connection.open(database().c_str(), SqliteConnection::Access::kReadWriteCreate));
+    ASSERT_TRUE(connection.open(database().c_str(), SqliteConnection::Access::ReadWriteCreate));
     SqliteStatement prepared(connection);
     ASSERT_TRUE(prepared.prepare("INSERT INTO t(v) VALUES('mine')"));
     whileHeld([&] { EXPECT_EQ(prepared.step(), SQLITE_DONE) << connection.errorText(); });
@@ -65,7 +65,7 @@ TEST_F(Sqlite, BusyDatabaseIsWaitedForAndAScriptRepeatedFromItsBeginning) {
 void leaveHotJournal(const std::string& database) {
     const auto run = runInChild([&]() -> int {
         SqliteConnection connection;
-        connection.open(database.c_str(), SqliteConnection::Access::kReadWriteCreate);
+        connection.open(database.c_str(), SqliteConnection::Access::ReadWriteCreate);
         ::_exit(
             connection.execute("PRAGMA cache_size=1; BEGIN; INSERT INTO t(v) WITH RECURSIVE c(x) AS (SELECT 1 UNION "
                                "ALL SELECT x + 1 FROM c WHERE x < 20000) SELECT 'half' FROM c;")
@@ -81,7 +81,7 @@ TEST_F(Sqlite, AKilledWritersJournalIsRolledBackForReadersToo) {
     EXPECT_EQ(count(), 0);
     EXPECT_FALSE(std::filesystem::exists(database() + "-journal"));
     SqliteConnection reader;
-    ASSERT_TRUE(reader.open(database().c_str(), SqliteConnection::Access::kReadOnly));
+    ASSERT_TRUE(reader.open(database().c_str(), SqliteConnection::Access::ReadOnly));
     EXPECT_TRUE(reader.execute("SELECT * FROM t"));
     leaveHotJournal(database());
     EXPECT_TRUE(reader.execute("SELECT * FROM t"));
@@ -110,7 +110,7 @@ TEST_F(Sqlite, NothingButTheDatabaseAndItsJournalIsTouched) {
     const std::string journal = database() + "-journal";
     const auto change = [this] {
         SqliteConnection connection;
-        return connection.open(database().c_str(), SqliteConnection::Access::kReadWriteCreate) &&
+        return connection.open(database().c_str(), SqliteConnection::Access::ReadWriteCreate) &&
                connection.execute("INSERT INTO t(v) VALUES('x')");
     };
     leaveHotJournal(database());
@@ -161,12 +161,12 @@ TEST_F(Sqlite, AnswersTellNullFromEmptyAndFailuresTheirText) {
     SqliteConnection none;
     EXPECT_STREQ(none.errorText(), "general DB errror");
     EXPECT_FALSE(none.execute("SELECT 1") || SqliteStatement(none).prepare("SELECT 1"));
-    EXPECT_FALSE(none.open(path("missing").c_str(), SqliteConnection::Access::kReadOnly));
+    EXPECT_FALSE(none.open(path("missing").c_str(), SqliteConnection::Access::ReadOnly));
     EXPECT_STREQ(none.errorText(), "unable to open database file");
     EXPECT_FALSE(none.isOpen() || std::filesystem::exists(path("missing")));
 
     SqliteConnection connection;
-    ASSERT_TRUE(connection.open(database().c_str(), SqliteConnection::Access::kReadOnly));
+    ASSERT_TRUE(connection.open(database().c_str(), SqliteConnection::Access::ReadOnly));
     EXPECT_FALSE(connection.execute("INSERT INTO t(v) VALUES('x')"));
     SqliteStatement statement(connection);
     ASSERT_TRUE(statement.prepare("SELECT ?, ?, ?"));

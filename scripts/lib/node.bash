@@ -6,9 +6,8 @@
 
 start_node() {
   mxrepair --init >/dev/null
-  start_postfix
+  start_postfix 192.0.2.1/32
   start_dovecot "$EXAMPLES"
-  postconf -e mynetworks=192.0.2.1/32
   export SMTP_PORT
 }
 

@@ -5,6 +5,7 @@ POSTFIX_LOG=/var/log/mxadmin-postfix.log
 TABLES=/var/spool/postfix/kavro
 . "$(dirname "${BASH_SOURCE[0]}")/loopback.bash"
 
+# configure_postfix [CLIENTS]: who may send to other domains; loopback unless told otherwise.
 configure_postfix() {
   SMTP_PORT=$(free_port 20025)
   : >/etc/postfix/main.cf
@@ -13,8 +14,9 @@ configure_postfix() {
   grep '^[^#]' "$EXAMPLES/postfix/main.cf" | xargs -d '\n' postconf -e
   postconf -M -e "mxdeliver/unix = $(grep '^[^#]' "$EXAMPLES/postfix/master.cf")"
   postconf -e compatibility_level=3.6 maillog_file=$POSTFIX_LOG inet_interfaces=loopback-only inet_protocols=ipv4 \
-    myhostname=sandbox.mail.test mynetworks=127.0.0.0/8 relayhost= \
+    myhostname=sandbox.mail.test "mynetworks=${1:-127.0.0.0/8}" relayhost= \
     default_transport='error:mail stays on this machine' disable_dns_lookups=yes
+  touch -d '1 minute ago' /etc/postfix/main.cf # Postfix's programs wait until it is 2 s old
   postalias /etc/aliases
   [ -e /usr/sbin/mxdeliver ] || install "$(command -v mxdeliver)" /usr/sbin/mxdeliver
   [ -e /usr/lib/kavro-9.0/bouncemessage ] ||
@@ -22,7 +24,7 @@ configure_postfix() {
 }
 
 start_postfix() {
-  configure_postfix
+  configure_postfix "$@"
   postfix start >/dev/null 2>&1
   wait_for_server Postfix "$SMTP_PORT" $POSTFIX_LOG
 }
@@ -50,10 +52,15 @@ smtp_send() {
   case $rcpt in 2*) ;; *) return 1 ;; esac
 }
 
-# For stores that were replaced beneath it, which no daemon is told of.
+# For stores that were replaced beneath it, which no daemon is told of: returns once those that knew the old ones ended.
 reload_postfix() {
+  local master process processes _
+  read -r master </var/spool/postfix/pid/master.pid
+  processes=$(pgrep --parent "$master")
   postfix reload >/dev/null 2>&1
-  sleep 0.5
+  for process in $processes; do
+    for _ in $(seq 200); do [ -e "/proc/$process" ] || break; sleep 0.05; done
+  done
 }
 
 # wait_for_mail DIR SUBJECT: the path of the message with that subject in a Maildir, as soon as it is there (10 s).

@@ -13,14 +13,23 @@ if [ ! -e /run/mxadmin-sandbox ]; then
   exit 1
 fi
 
+# keep NAME: a copy of all stores. restore NAME: makes the stores what they were then; fails when there is no such copy.
+STORES="$TABLES $MAIL_ROOT /var/lib/kavro $PLUGINS"
+keep() { tar -cPf "$BATS_RUN_TMPDIR/$1" $STORES $(ls -d $KEYS 2>/dev/null); }
+restore() {
+  [ -e "$BATS_RUN_TMPDIR/$1" ] || return
+  rm -rf $STORES $KEYS
+  tar -xpPf "$BATS_RUN_TMPDIR/$1"
+}
+
 # Empty stores, as a new mail server has them.
 reset_stores() {
   restore_postmap
-  rm -rf "$TABLES" "$MAIL_ROOT" /var/lib/kavro "$KEYS" "$PLUGINS" /var/lock/files/*
+  rm -rf $STORES $KEYS /var/lock/files/*
   mkdir -p "$PLUGINS" /etc/zcp
   printf 'KAVRO_MAILNAMES_D %s\n' "$MAIL_ROOT" >/etc/zcp/zcp.conf
   unset ZCP_PASSWORD ZCP_CRYPTED_PASSWORD
-  mxrepair --init >/dev/null
+  restore empty || { mxrepair --init >/dev/null && keep empty; }
 }
 
 # table NAME: its records, sorted.
@@ -59,25 +68,31 @@ add_handler() {
 
 # The storage tree: type, mode, owner, path; then the texts of delivery files and quota headers.
 storage() {
-  find "$MAIL_ROOT" -mindepth 1 -printf '%y %m %u:%g %P\n' | sort -k 4
-  local file
-  find "$MAIL_ROOT" -name .qmail -o -name maildirsize | sort | while IFS= read -r file; do
-    printf '%s: %s\n' "${file#"$MAIL_ROOT"/}" "$(head -n 5 "$file" | tr '\n' '~')"
+  local file lines IFS=
+  find "$MAIL_ROOT" -mindepth 1 -printf '%y %m %u:%g %P\n'
+  for file in "$MAIL_ROOT"/*/*/{.qmail,Maildir/maildirsize}; do
+    [ -f "$file" ] || continue
+    mapfile -n 5 lines <"$file"
+    lines="${lines[*]}"
+    printf '%s: %s\n' "${file#"$MAIL_ROOT"/}" "${lines//$'\n'/\~}"
+    lines=()
   done
 }
 
-# All stores in one text, a line each, with the store's name in front.
-state() {
-  local name
-  for name in virtual_domains vmailbox virtual aliases; do
-    table $name | tr '\t' ' ' | sed "s|^|$name: |"
-  done
-  auth_users | sed 's/^/auth: /'
-  handlers | sed 's/^/handlers: /'
-  storage | sed 's/^/storage: /'
-  find $KEYS -mindepth 1 -printf 'keys: %y %m %u:%g %P\n' | sort -k 5
-  leftovers | sed 's/^/left over: /'
-}
+# All stores in one text, a sorted line each, with the store's name in front.
+state() (
+  set +e
+  trap - DEBUG # bats has one for each command
+  store() { printf '\f%s: \n' "$1"; }
+  {
+    for name in virtual_domains vmailbox virtual aliases; do store $name && postmap -s hash:$TABLES/$name; done
+    store auth && auth_users
+    store handlers && handlers
+    store storage && storage
+    store keys && find $KEYS -mindepth 1 -printf '%y %m %u:%g %P\n'
+    store 'left over' && leftovers
+  } | awk '/^\f/ { store = substr($0, 2); next } { gsub("\t", " "); print store $0 }' | sort
+)
 
 # remember; ...; same "what" "$expected" "$(changes)": all that differs from the remembered state, gone lines with "-",
 # new ones with "+", and nothing else.
@@ -132,8 +147,8 @@ with() {
   shift
   status=0
   "$@" <<<"$input" >/tmp/out 2>/tmp/err || status=$?
-  out=$(cat /tmp/out)
-  err=$(cat /tmp/err)
+  out=$(</tmp/out)
+  err=$(</tmp/err)
 }
 
 # mx COMMAND...: runs it on the sample's session document and expects silent success.
@@ -188,6 +203,7 @@ sorted() { sort -k 1.2; }
 SAMPLE=$(document d.test "a1.test a2.test" "info:sales,help bob=5MB" news)
 make_sample() {
   local alias
+  ! restore sample || return 0
   with "$SAMPLE" mxadmin --add-domain --domain-name=d.test
   with "$SAMPLE" mxadmin --add-mailname --domain-name=d.test --mailname=info
   with "$SAMPLE" mxadmin --add-mailname --domain-name=d.test --mailname=bob --disk-quota=5242880 --wait-stdin
@@ -203,6 +219,7 @@ make_sample() {
     with "$SAMPLE" mxadmin --add-domain-alias --domain-name=d.test --domain-alias-name=$alias --set-reject
   done
   make_neighbours
+  keep sample
 }
 
 # Records of others, which name the sample or look like it.

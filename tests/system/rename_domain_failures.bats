@@ -10,6 +10,7 @@ host_records() { standard "$1" $HOST && echo "$1virtual: $HOST 1"; } # host_reco
 # prepare OLD: the sample domain by that name, and others whose records name the new name; the host has its records,
 # one of them changed, unless the domain took its name.
 prepare() {
+  ! restore "$1" || { cp "$BATS_RUN_TMPDIR/$1.state" /tmp/before && return; }
   reset_stores
   make_sample
   { host_records "" | sed 's/^virtual: //'; echo "root@$HOST admin@other.test"; } | postmap -r -i hash:$TABLES/virtual
@@ -20,6 +21,8 @@ info@new.test.uk new.test.uk/info/Maildir/
 info@$1.uk $1.uk/info/Maildir/
 END
   remember
+  cp /tmp/before "$BATS_RUN_TMPDIR/$1.state"
+  keep "$1"
 }
 
 # rename OLD/NEW [CALL...]: the calls of postmap with these numbers fail.

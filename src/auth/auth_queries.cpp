@@ -11,17 +11,13 @@
 
 using kavro::SqliteConnection;
 using kavro::SqliteStatement;
-using kavro::auth::openForReading;
-using kavro::auth::SecretCString;
+using namespace kavro::auth;
 
 namespace {
 
 constexpr const char* kUserDomain = "SELECT id, status FROM domains WHERE name=LOWER(?)";
 constexpr const char* kUser =
     "SELECT name, userPassword, cmusaslsecretPLAIN, status FROM users WHERE dom_id=? AND name=LOWER(?)";
-constexpr const char* kCheck =
-    "SELECT u.userPassword AS password, u.cmusaslsecretPLAIN AS encPassword, u.status AS userDisabled, d.status AS "
-    "domainDisabled FROM users AS u, domains AS d WHERE u.dom_id = d.id AND u.name=LOWER(?) AND d.name=LOWER(?)";
 constexpr const char* kUsers =
     "SELECT u.name || '@' || d.name as mailAddress, u.userPassword AS password, u.cmusaslsecretPLAIN AS encPassword, "
     "u.status AS userDisabled, d.status AS domainDisabled FROM users AS u, domains AS d WHERE u.dom_id = d.id";
@@ -30,10 +26,6 @@ template <typename... Arguments>
 int fail(const char* message, Arguments... arguments) {
     kavro_log(KAVRO_LOG_ERROR, message, arguments...);
     return -1;
-}
-
-int report_selection(const SqliteConnection& connection) {
-    return fail("Unable to execute the user selection query: %s", connection.errorText());
 }
 
 unsigned char disabled_flags(bool user, bool domain) {
@@ -65,31 +57,15 @@ int fill_user_data(mail_auth_user_data* record, const SqliteStatement& row, bool
     return 1;
 }
 
-/// Keeps the cipher loaded from the first password that could be decrypted: before that, each failure is reported with
-/// its own address.
-class CipherHold {
-public:
-    CipherHold() = default;
-    CipherHold(const CipherHold&) = delete;
-    CipherHold& operator=(const CipherHold&) = delete;
-    ~CipherHold() {
-        if (held_) {
-            mailPasswdCipherCleanup();
-        }
-    }
-    SecretCString decrypt(const char* stored, const char* address) {
-        SecretCString plain(mailPasswdCipherOp(stored, MAIL_CIPHER_DECRYPT, address, nullptr));
-        held_ = held_ || (plain != nullptr && mailPasswdCipherInit() == 0);
-        return plain;
-    }
+}  // namespace
 
-private:
-    bool held_ = false;
-};
+namespace kavro::auth {
 
-/// Hands one user to the callback. `first` is the column of the encrypted password, before the unencrypted one and the
-/// two states.
-int check_password(const char* address, const SqliteStatement& row, int first, mail_auth_callback callback,
+int report_user_selection(const SqliteConnection& connection) {
+    return fail("Unable to execute the user selection query: %s", connection.errorText());
+}
+
+int hand_over_user(const char* address, const SqliteStatement& row, int first, mail_auth_callback callback,
                    void* context, CipherHold& cipher) {
     const char* encrypted = row.text(first);
     unsigned char flags = disabled_flags(row.number(first + 2) != 0, row.number(first + 3) != 0);
@@ -104,8 +80,7 @@ int check_password(const char* address, const SqliteStatement& row, int first, m
     return callback(address, unencrypted, flags, context);
 }
 
-/// Calls back for every row of kUsers followed by `restriction`.
-int iterate(const char* restriction, const char* mailname, mail_auth_callback callback, void* context) {
+int iterate_users(const char* restriction, const char* mailname, mail_auth_callback callback, void* context) {
     SqliteConnection connection;
     if (!openForReading(connection)) {
         return -1;
@@ -113,10 +88,10 @@ int iterate(const char* restriction, const char* mailname, mail_auth_callback ca
     SqliteStatement row(connection);
     const std::string sql = std::string(kUsers) + " " + restriction;
     if (!row.prepare(sql.c_str())) {
-        return report_selection(connection);
+        return report_user_selection(connection);
     }
     if (mailname != nullptr && !row.bind(1, mailname)) {
-        return fail(kavro::auth::kBindMailname, mailname, sql.c_str(), connection.errorText());
+        return fail(kBindMailname, mailname, sql.c_str(), connection.errorText());
     }
     CipherHold cipher;
     int stepped = row.step();
@@ -127,14 +102,14 @@ int iterate(const char* restriction, const char* mailname, mail_auth_callback ca
         } else if (row.text(1) == nullptr && row.text(2) == nullptr) {
             kavro_log(KAVRO_LOG_INFO, "empty password properties (both plain and encrypted) for user %s, skipped",
                       address);
-        } else if (const int result = check_password(address, row, 1, callback, context, cipher); result < 1) {
+        } else if (const int result = hand_over_user(address, row, 1, callback, context, cipher); result < 1) {
             return result;
         }
     }
-    return stepped == SQLITE_DONE ? 0 : report_selection(connection);
+    return stepped == SQLITE_DONE ? 0 : report_user_selection(connection);
 }
 
-}  // namespace
+}  // namespace kavro::auth
 
 int get_user_data(mail_auth_user_data* record, const char* mailname, const char* domain) {
     *record = mail_auth_user_data{};
@@ -185,47 +160,6 @@ void free_user_data(mail_auth_user_data* record) {
     *record = mail_auth_user_data{};
 }
 
-int mailAuthCheck(const char* address, mail_auth_callback callback, void* context) {
-    const char* at = address == nullptr ? nullptr : std::strchr(address, '@');
-    if (at == nullptr) {
-        return fail("Invalid mail address '%s'", address);
-    }
-    const std::string mailname(address, at);
-    SqliteConnection connection;
-    if (!openForReading(connection)) {
-        return -1;
-    }
-    SqliteStatement row(connection);
-    if (!row.prepare(kCheck)) {
-        return report_selection(connection);
-    }
-    if (!row.bind(1, mailname.c_str())) {
-        return fail(kavro::auth::kBindMailname, mailname.c_str(), kCheck, connection.errorText());
-    }
-    if (!row.bind(2, at + 1)) {
-        return fail(kavro::auth::kBindDomainName, at + 1, kCheck, connection.errorText());
-    }
-    switch (row.step()) {
-        case SQLITE_ROW:
-            break;
-        case SQLITE_DONE:
-            kavro_log(KAVRO_LOG_INFO, "No such user '%s' in mail authorization database", address);
-            return -1;
-        default:
-            return report_selection(connection);
-    }
-    if (row.text(0) == nullptr && row.text(1) == nullptr) {
-        kavro_log(KAVRO_LOG_INFO, "NULL password fields (both plain and encrypted) for user %s, skipped", address);
-        return -1;
-    }
-    CipherHold cipher;
-    return check_password(address, row, 0, callback, context, cipher);
-}
-
 int mailAuthIterateAll(mail_auth_callback callback, void* context) {
-    return iterate("ORDER BY d.name, u.name", nullptr, callback, context);
-}
-
-int mailAuthCheckShort(const char* mailname, mail_auth_callback callback, void* context) {
-    return iterate("AND u.name=LOWER(?)", mailname, callback, context);
+    return iterate_users("ORDER BY d.name, u.name", nullptr, callback, context);
 }

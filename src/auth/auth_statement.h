@@ -2,6 +2,9 @@
 // rows.
 #pragma once
 
+#include "auth/auth_database.h"
+#include "auth/password_cipher.h"
+#include "auth/secret.h"
 #include "util/log.h"
 #include "util/sqlite_connection.h"
 
@@ -83,5 +86,37 @@ namespace kavro::auth {
 
 /// Looks for the domain's row. 1 and the id, 0 when there is none, -1, logged, on failure.
 int findDomain(const char* domain, SqliteConnection& connection, sqlite3_int64* id);
+
+/// Keeps the cipher loaded from the first password that could be decrypted: before that, each failure is reported with
+/// its own address.
+class CipherHold {
+public:
+    CipherHold() = default;
+    CipherHold(const CipherHold&) = delete;
+    CipherHold& operator=(const CipherHold&) = delete;
+    ~CipherHold() {
+        if (held_) {
+            mailPasswdCipherCleanup();
+        }
+    }
+    SecretCString decrypt(const char* stored, const char* address) {
+        SecretCString plain(mailPasswdCipherOp(stored, MAIL_CIPHER_DECRYPT, address, nullptr));
+        held_ = held_ || (plain != nullptr && mailPasswdCipherInit() == 0);
+        return plain;
+    }
+
+private:
+    bool held_ = false;
+};
+
+/// Logs a failed selection of users; -1.
+int report_user_selection(const SqliteConnection& connection);
+/// Hands one user to the callback. `first` is the column of the encrypted password, before the unencrypted one and the
+/// two states.
+int hand_over_user(const char* address, const SqliteStatement& row, int first, mail_auth_callback callback,
+                   void* context, CipherHold& cipher);
+/// Calls back for every user, or for those that the SQL text `restriction` leaves, in which a mailname that is not null
+/// is bound. As mailAuthIterateAll.
+int iterate_users(const char* restriction, const char* mailname, mail_auth_callback callback, void* context);
 
 }  // namespace kavro::auth

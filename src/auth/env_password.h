@@ -1,6 +1,18 @@
 // The password that the panel hands over in the environment: never on a command line, never left for a child.
 #pragma once
 
+namespace kavro::auth {
+
+inline constexpr const char* kPlainVariable = "ZCP_PASSWORD";
+inline constexpr const char* kCryptedVariable = "ZCP_CRYPTED_PASSWORD";
+
+/// The variable's text when it is set and not empty, else null.
+const char* env_value(const char* name);
+/// Wipes the variable's text and removes it.
+void forget_env(const char* name);
+
+}  // namespace kavro::auth
+
 /// Plain password first, crypted one else; the variable that it answers with is wiped and removed. 0, or -1 when
 /// neither is set and non-empty (outputs untouched). The text is newly allocated and nothing here frees it: it lives as
 /// long as the process unless the caller wipes and frees it.

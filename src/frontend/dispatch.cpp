@@ -18,7 +18,6 @@
 #include "frontend/usage.h"
 #include "process/end_signals.h"
 #include "process/report_exception.h"
-#include "util/kavro_util_exception.h"
 #include "util/log.h"
 
 namespace {

@@ -17,7 +17,6 @@
 #include "process/descriptors.h"
 #include "process/system_error.h"
 #include "util/lock_file.h"
-#include "util/md5.h"
 
 namespace mxrepair {
 
@@ -29,8 +28,7 @@ using namespace kavro::mail::postfix;
 
 /// Somebody is at work on what is locked under that name. Takes no lock and makes no lock file.
 bool isInUse(const std::string& name) {
-    const std::string path = std::string(kLockFilesDirectory) + '/' + kavro::md5Hex(name);
-    const FdOwner file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const FdOwner file(::open(kavro::hashedLockPath(name).c_str(), O_RDONLY | O_CLOEXEC));
     return !file.empty() && ::flock(file.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 

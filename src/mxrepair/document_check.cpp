@@ -12,7 +12,7 @@
 #include "mxrepair/mailbox_files.h"
 #include "services/domain_keys.h"
 #include "storage/maildirsize.h"
-#include "util/dir_size.h"
+#include "util/directory_tree.h"
 
 namespace mxrepair {
 

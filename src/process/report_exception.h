@@ -5,8 +5,13 @@
 #include <cstddef>
 #include <exception>
 #include <iosfwd>
+#include <optional>
+#include <string>
 
 namespace kavro {
+
+/// The name as it stands in the source; nothing when `mangled` is not a name in the C++ ABI's encoding.
+std::optional<std::string> demangle(const char* mangled);
 
 /// Up to eleven return addresses. A mix-in for exception classes.
 class Traceback {

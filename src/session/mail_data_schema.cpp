@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "session/json_scan.h"
-#include "session/mail_data_object.h"
+#include "session/session_mail_data.h"
 #include "util/names.h"
 
 namespace {

@@ -10,7 +10,6 @@
 #include <memory>
 #include <type_traits>
 
-#include "session/mail_data_object.h"
 #include "session/session_queries.h"
 #include "util/c_memory.h"
 #include "util/log.h"

@@ -8,6 +8,9 @@
 
 #include "session/json_parser.h"
 
+inline constexpr std::int64_t kNoSessionQuota = -1;  ///< the document sets none
+inline constexpr const char* kDefaultQuotaUnit = "B";
+
 struct mail_db_mail_t {
     const char* quota_unit;
     std::int64_t quota;  ///< bytes after reading; -1: no quota of its own
@@ -48,6 +51,13 @@ mail_db_data_t* create_mail_db_data_object(sj_parser* parser);
 int parse_mail_db_data_object(sj_parser* parser, mail_db_data_t* object);  ///< 0 or the parser's error
 void free_mail_db_data_object(sj_parser* parser, mail_db_data_t* object);
 void free_mail_db_data_object_fields(sj_parser* parser, mail_db_data_t* object);
+/// parse_mail_db_data_object, and in the same pass what the session needs done to the data: every name that is compared
+/// later is lower-cased, mail lists are not; quotas are turned into bytes. `odd_quotas` tells whether one is not valid
+/// afterwards.
+int parse_session_document(sj_parser* parser, mail_db_data_t* object, bool* odd_quotas);
+/// Each releases an array through the parser's hooks and leaves an empty one.
+void free_session_strings(sj_parser* parser, std::size_t* count, std::size_t* capacity, const char*** array);
+void free_session_mails(sj_parser* parser, mail_db_data_t* object);
 
 /// Appends one item to an array through the parser's hooks. False when there is no memory.
 bool append_session_string(sj_parser* parser, std::size_t* count, std::size_t* capacity, const char*** array,

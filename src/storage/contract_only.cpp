@@ -1,11 +1,12 @@
-// What other programs of the panel call and no command does: paths of mailname homes and their delivery files, and the
-// edits that start from a mailname and a domain.
+// What other programs of the panel call and no command does: paths of mailname homes and their delivery files, the
+// edits that start from a mailname and a domain, and the names of the IMAP/POP3 server.
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <string>
 
 #include "storage/dotqmail.h"
+#include "storage/imap_server.h"
 #include "storage/mail_tree.h"
 #include "util/log.h"
 #include "util/names.h"
@@ -73,4 +74,14 @@ int add_mn_forward(const char* mailname, const char* domain, const char* address
 int rm_mn_forward(const char* mailname, const char* domain, const char* address) {
     return edit_dotqmail(mailname, domain,
                          [address](const char* path) { return dotqmail_remove_forward(path, address); });
+}
+
+const char* getImapPop3ServerHumanReadableName() {
+    const auto* server = kavro::mail::imapServer(detectImapPop3Server());
+    return server == nullptr ? "" : server->name;
+}
+
+const char* getImapPop3ServerPkgctlComponentName() {
+    const auto* server = kavro::mail::imapServer(detectImapPop3Server());
+    return server == nullptr ? "" : server->component;
 }

@@ -52,13 +52,3 @@ int detectImapPop3Server() {
     kavro_log(KAVRO_LOG_ERROR, "Unable to detect IMAP/POP3 server type - no LDA found");
     return kNoServer;
 }
-
-const char* getImapPop3ServerHumanReadableName() {
-    const ImapServer* server = kavro::mail::imapServer(detectImapPop3Server());
-    return server == nullptr ? "" : server->name;
-}
-
-const char* getImapPop3ServerPkgctlComponentName() {
-    const ImapServer* server = kavro::mail::imapServer(detectImapPop3Server());
-    return server == nullptr ? "" : server->component;
-}

@@ -18,7 +18,7 @@
 #include "storage/maildirsize.h"
 #include "util/accounts.h"
 #include "util/c_memory.h"
-#include "util/dir_size.h"
+#include "util/directory_tree.h"
 #include "util/idn.h"
 #include "util/log.h"
 #include "util/names.h"

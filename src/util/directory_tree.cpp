@@ -1,4 +1,4 @@
-// Recursive creation and removal of directories, by descriptors and single names: no path is resolved twice, so a
+// Creation, removal and size of directory trees, by descriptors and single names: no path is resolved twice, so a
 // directory that somebody swaps for a link meanwhile leads nowhere.
 #include "util/directory_tree.h"
 
@@ -7,12 +7,14 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <string>
 
 #include "process/descriptors.h"
 #include "process/retry.h"
 #include "util/file_io.h"
+#include "util/working_directory.h"
 
 namespace {
 
@@ -23,6 +25,7 @@ constexpr mode_t kPrivateMode = 0700;
 /// the top of the tree.
 constexpr int kDepthAtOnce = 64;
 constexpr int kOpenDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr long kBlockSize = 512;
 
 int unlink_at(int parent, const char* name, int flags = 0) {
     return retryInterrupted([=] { return ::unlinkat(parent, name, flags); });
@@ -126,6 +129,39 @@ private:
     unsigned long names_ = 0;
 };
 
+long entry_size(const struct stat& entry, int inBlocks) {
+    return inBlocks != 0 ? entry.st_blocks : entry.st_size;
+}
+
+/// A sum that stops at the largest number: sparse files can claim more.
+void add_size(long& total, long size) {
+    if (__builtin_add_overflow(total, size, &total)) {
+        total = LONG_MAX;
+    }
+}
+
+/// Sum over what is in a directory named relative to another; 0 when it cannot be read. Going down by descriptors, the
+/// walk needs no way back.
+long count_directory(int parent, const char* name, int inBlocks) {
+    const kavro::CDirectory directory = kavro::openDirectoryAt(parent, name);
+    if (directory == nullptr) {
+        return 0;
+    }
+    const int fd = ::dirfd(directory.get());
+    long total = 0;
+    while (const dirent* entry = kavro::nextEntry(directory.get())) {
+        struct stat status {};
+        if (kavro::retryInterrupted([&] { return ::fstatat(fd, entry->d_name, &status, AT_SYMLINK_NOFOLLOW); }) == -1) {
+            continue;
+        }
+        add_size(total, entry_size(status, inBlocks));
+        if (S_ISDIR(status.st_mode)) {
+            add_size(total, count_directory(fd, entry->d_name, inBlocks));
+        }
+    }
+    return total;
+}
+
 }  // namespace
 
 int make_dir_p(const char* path, mode_t mode, uid_t uid, gid_t gid) {
@@ -161,4 +197,30 @@ int rm_tree_at(int parent, const char* name) {
         return -1;
     }
     return unlink_at(parent, name, AT_REMOVEDIR);
+}
+
+long count_cur_dir(int inBlocks) {
+    return count_directory(AT_FDCWD, ".", inBlocks);
+}
+
+long get_dir_size(const char* path, int inBlocks) {
+    struct stat status {};
+    if (kavro::retryInterrupted([&] { return ::lstat(path, &status); }) == -1) {
+        return -1;
+    }
+    long total = entry_size(status, inBlocks);
+    if (S_ISDIR(status.st_mode)) {
+        kavro::WorkingDirectoryScope scope;
+        if (!scope.enter(path)) {
+            return -1;
+        }
+        add_size(total, count_cur_dir(inBlocks));
+        if (!scope.restore()) {
+            return -1;
+        }
+    }
+    if (inBlocks != 0 && __builtin_mul_overflow(total, kBlockSize, &total)) {
+        return LONG_MAX;
+    }
+    return total;
 }

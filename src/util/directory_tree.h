@@ -1,4 +1,4 @@
-// Recursive creation and removal of directories.
+// Directory trees: creation, removal, size.
 #pragma once
 
 #include <sys/types.h>
@@ -10,3 +10,9 @@ int make_dir_p(const char* path, mode_t mode, uid_t uid, gid_t gid);
 int rm_tree(const char* path);
 /// The same for a name relative to an open directory.
 int rm_tree_at(int parent, const char* name);
+/// Size of a file, or of a directory tree with the directories themselves: bytes, or disk space (512 times the block
+/// count) with `inBlocks`; 2^63-1 where it would be more. Symbolic links are counted, not followed. -1 with errno on
+/// failure.
+long get_dir_size(const char* path, int inBlocks);
+/// Size of what is in the working directory: bytes, or 512-byte blocks with `inBlocks`. 0 when it cannot be read.
+long count_cur_dir(int inBlocks);

@@ -3,6 +3,7 @@
 #include "util/lock_file.h"
 
 #include <fcntl.h>
+#include <openssl/md5.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -18,7 +19,6 @@
 #include "util/c_memory.h"
 #include "util/file_io.h"
 #include "util/log.h"
-#include "util/md5.h"
 
 namespace {
 
@@ -29,11 +29,7 @@ constexpr int kLowestDescriptor = 3;
 
 /// Newly allocated; null with errno.
 char* lock_file_path(const char* name, bool hashed) {
-    if (!hashed) {
-        return ::strdup(name);
-    }
-    char* path = nullptr;
-    return ::asprintf(&path, "%s/%s", kLockFilesDirectory, kavro::md5Hex(name).c_str()) == -1 ? nullptr : path;
+    return ::strdup(hashed ? kavro::hashedLockPath(name).c_str() : name);
 }
 
 /// A descriptor of 3 or more, or -1 with errno. A hashed name has no business being a link.
@@ -106,9 +102,25 @@ int rm_lock(mk_lock_t* lock) {
 
 namespace kavro {
 
+std::string hashedLockPath(std::string_view name) {
+    std::array<unsigned char, MD5_DIGEST_LENGTH> digest{};
+// The EVP interface would initialise the whole library, configuration file and provider look-up included, for one short
+// digest in nearly every run of the program.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    ::MD5(reinterpret_cast<const unsigned char*>(name.data()), name.size(), digest.data());
+#pragma GCC diagnostic pop
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string path = std::string(kLockFilesDirectory) + '/';
+    for (const unsigned char byte : digest) {
+        path += kDigits[byte >> 4U];
+        path += kDigits[byte & 0xFU];
+    }
+    return path;
+}
+
 int openHashedLockFile(const std::string& name) {
-    const CString path(lock_file_path(name.c_str(), true));
-    return path == nullptr ? -1 : open_lock_file(path.get(), true);
+    return open_lock_file(hashedLockPath(name).c_str(), true);
 }
 
 MKLock::MKLock(const std::string& name, int FilenameFlag, int BlockFlag) {

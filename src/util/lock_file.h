@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 /// Directory of hashed lock files.
 inline constexpr const char* kLockFilesDirectory = "/var/lock/files";
@@ -26,6 +27,8 @@ int rm_lock(mk_lock_t* lock);
 
 namespace kavro {
 
+/// Path of a name's hashed lock file.
+std::string hashedLockPath(std::string_view name);
 /// Opens the lock file of a name under kLockFilesDirectory, makes it when it is missing, and locks nothing. A
 /// close-on-exec descriptor of 3 or more, or -1 with errno.
 int openHashedLockFile(const std::string& name);

@@ -7,8 +7,6 @@
 #include <stdexcept>
 #include <string>
 
-#include "util/kavro_util_exception.h"
-
 namespace {
 
 TEST(Guard, ReportsEachKindOfExceptionWithItsStatus) {

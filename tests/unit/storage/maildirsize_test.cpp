@@ -6,7 +6,7 @@
 
 #include "storage/mailbox_quota.h"
 #include "storage_fixture.h"
-#include "util/dir_size.h"
+#include "util/directory_tree.h"
 
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;

@@ -1,7 +1,6 @@
 // Directory trees: size, creation, removal; the scoped working directory.
 #include <sys/resource.h>
 
-#include "util/dir_size.h"
 #include "util/directory_tree.h"
 #include "util/support.h"
 #include "util/working_directory.h"

@@ -2,12 +2,7 @@
 #include "util/idn.h"
 
 #include <idna.h>
-#include <regex.h>
 
-#include <array>
-#include <cstdio>
-#include <cstring>
-#include <memory>
 #include <new>
 
 #include "util/c_memory.h"
@@ -23,13 +18,6 @@ void remember_failure(int code) {
         messlog2(1, 0, "Allocation failed");
     }
     idn_errno = code;
-}
-
-char* end_on_failure(const char* function, const char* input, char* result) {
-    if (result == nullptr) {
-        messlog2(1, 0, "%s(%s) failed: %s", function, input, idn_strerror(idn_errno));
-    }
-    return result;
 }
 
 using Conversion = int (*)(const char* input, char** output, int flags);
@@ -66,25 +54,6 @@ char* idn_toutf8(const char* name) {
         remember_failure(code);
     }
     return output;
-}
-
-char* idn_toascii_safe(const char* name) {
-    return end_on_failure("idn_toascii_safe", name, idn_toascii(name));
-}
-
-char* idn_email_toascii(const char* address) {
-    const char* at = std::strchr(address, '@');
-    if (at == nullptr) {
-        return nullptr;
-    }
-    const kavro::CString domain(idn_toascii(at + 1));
-    // Kept: a domain that cannot be converted is not noticed here.
-    return asprintf_safe("%.*s@%s", static_cast<int>(at - address), address,
-                         domain == nullptr ? "(null)" : domain.get());
-}
-
-char* idn_email_toascii_safe(const char* address) {
-    return end_on_failure("idn_email_toascii_safe", address, idn_email_toascii(address));
 }
 
 const char* idn_strerror(int code) {
@@ -135,68 +104,3 @@ std::string emailToAscii(const std::string& address) {
 }
 
 }  // namespace kavro::idn
-
-namespace {
-
-constexpr std::size_t kUrlBuffer = 4096;
-constexpr const char* kUrlPattern = "^(ftp://|https?://)?([^@]+@)?([^/:]+)(.*)?$";
-
-// Groups of the pattern; 0 is the whole match.
-constexpr std::size_t kScheme = 1;
-constexpr std::size_t kUser = 2;
-constexpr std::size_t kHost = 3;
-constexpr std::size_t kRest = 4;
-constexpr std::size_t kGroupCount = 5;
-
-struct RegexFreer {
-    void operator()(regex_t* expression) const noexcept { ::regfree(expression); }
-};
-
-std::array<char, 256> regex_error(int code, const regex_t* expression) {
-    std::array<char, 256> text{};
-    ::regerror(code, expression, text.data(), text.size());
-    return text;
-}
-
-/// Length of a group; 0 for one that is not there.
-int group_length(const regmatch_t& group) {
-    return group.rm_so == -1 ? 0 : static_cast<int>(group.rm_eo - group.rm_so);
-}
-
-const char* group_start(const char* url, const regmatch_t& group) {
-    return group.rm_so == -1 ? "" : url + group.rm_so;
-}
-
-}  // namespace
-
-const char* idn_url_toascii(const char* url) {
-    static std::array<char, kUrlBuffer> result;
-
-    regex_t expression;
-    int code = ::regcomp(&expression, kUrlPattern, REG_EXTENDED);
-    if (code != 0) {
-        messlog2(1, 0, "regcomp() failed: %s", regex_error(code, &expression).data());
-    }
-    const std::unique_ptr<regex_t, RegexFreer> owner(&expression);
-
-    std::array<regmatch_t, kGroupCount> groups{};
-    code = ::regexec(&expression, url, groups.size(), groups.data(), 0);
-    if (code != 0) {
-        messlog2(0, 0, "regexec() failed: %s", regex_error(code, &expression).data());
-        return nullptr;
-    }
-    if (group_length(groups[kHost]) == 0) {
-        messlog2(0, 0, "no hostname found in URL");
-        return nullptr;
-    }
-    const kavro::CString host(asprintf_safe("%.*s", group_length(groups[kHost]), group_start(url, groups[kHost])));
-    const kavro::CString ascii(idn_toascii(host.get()));
-    if (ascii == nullptr) {
-        messlog2(0, 0, "idn_toascii() failed: %s", idn_strerror(idn_errno));
-        return nullptr;
-    }
-    std::snprintf(result.data(), result.size(), "%.*s%.*s%s%.*s", group_length(groups[kScheme]),
-                  group_start(url, groups[kScheme]), group_length(groups[kUser]), group_start(url, groups[kUser]),
-                  ascii.get(), group_length(groups[kRest]), group_start(url, groups[kRest]));
-    return result.data();
-}

@@ -240,8 +240,3 @@ int file_strings_at(int directory, const char* path, const char* const* lines, i
     }
     return result;
 }
-
-int file_str(const char* path, const char* line, int action, int place) {
-    const char* const lines[] = {line, nullptr};
-    return file_strings(path, lines, action, place);
-}

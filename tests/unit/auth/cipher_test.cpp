@@ -104,7 +104,10 @@ TEST_F(CipherTest, SaysWhyAContextCannotBeHad) {
 }
 
 TEST(Base64, DecodesLeniently) {
+    EXPECT_EQ(textOf(CString(b64_encode_cstr("fooba"))), "Zm9vYmE=");
     EXPECT_EQ(textOf(CString(b64_decode_cstr("Zm9vYmE"))), "fooba");  // the padding is missing
+    unsigned char whole[5];
+    EXPECT_EQ(base64Decode(whole, "Zm9vYmE="), sizeof whole);
     // Exact blocks, so that a read or write beyond them shows under the sanitizer.
     for (const auto& [characters, expected] :
          {std::pair{"", 0U}, {"Z", 0U}, {"Zg", 1U}, {"Zm9", 2U}, {"====", 1U}, {"Zm9v Zg=", 5U}, {"\xFF\x01 \n", 3U}}) {

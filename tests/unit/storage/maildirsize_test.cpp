@@ -4,6 +4,7 @@
 #include <climits>
 #include <ctime>
 
+#include "session/session_mail_data.h"
 #include "storage/mailbox_quota.h"
 #include "storage_fixture.h"
 #include "util/directory_tree.h"
@@ -38,6 +39,13 @@ TEST_F(MaildirsizeTest, WritesLimitsLessAttachmentsAndTheUsageCounted) {
     EXPECT_EQ(reportOf([&] { store_mbox_quota("example.com", "info", filled - 1); }),
               "WARNING: @attachments directory is big enough to disable delivery!\n");
     EXPECT_EQ(quotaFile().substr(0, 6), "1S,0C\n");
+    get_session_mail_db_info()->domain_name = "example.com";
+    append_session_mail(sj_get_dummy_parser(nullptr), session_mail_db_info)->name = "info";
+    manager.setDefaultMailboxQuota("example.com", 9000 + filled);
+    EXPECT_EQ(quotaFile().substr(0, 6), "9000S,");
+    manager.removeDomainQuota("example.com");
+    EXPECT_EQ(quotaFile().substr(0, 3), "0S,");
+    free_session_mail_db_info();
 }
 
 TEST_F(MaildirsizeTest, ReportsWhyAMailboxGetsNoQuota) {

@@ -65,7 +65,7 @@ protected:
     const std::filesystem::path root = "/var/qmail/mailnames";
     const std::filesystem::path home = root / "example.com/info";
     const std::filesystem::path maildir = home / "Maildir";
-    kavro::mail::MaildirManager& manager = kavro::mail::MaildirManager::getInstance();
+    kavro::mail::MaildirPPManager& manager = kavro::mail::MaildirPPManager::getInstance();
 };
 
 /// What `body` reports on standard error.

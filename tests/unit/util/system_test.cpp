@@ -25,6 +25,9 @@ TEST_F(System, StreamIsReadToItsEnd) {
     EXPECT_EQ(text.get()[size], '\0');
     const kavro::CFile folder(std::fopen("/tmp", "r"));
     EXPECT_EQ(read_stream_contents(folder.get(), nullptr), nullptr);
+    char** array = string_to_mas(string_to_mas(nullptr, "a"), "b");
+    EXPECT_EQ(std::string(array[0]) + array[1] + (array[2] == nullptr ? "." : array[2]), "ab.");
+    free_array(array);
 }
 
 TEST_F(System, ProcessIsFoundByTheExactPathOfItsExecutable) {

@@ -31,6 +31,8 @@ constexpr std::size_t kElementsOffset = 88;
 constexpr std::uint32_t kElementsAtFirst = 4096;
 
 constexpr std::size_t kBlockSize = 131072;
+/// A multiple of every file system's block, so that blocks can be shared instead of copied.
+constexpr std::size_t kStep = 4194304;
 
 std::string copyPath(const std::string& table) {
     return mapFile(table) + ".before";
@@ -70,11 +72,14 @@ int copyByBlocks(int source, int target) {
     }
 }
 
-/// -1 with errno.
-int copyContent(int source, int target) {
+ssize_t copyRange(int source, int target, std::size_t size) {
+    return retryInterrupted([&] { return ::copy_file_range(source, nullptr, target, nullptr, size, 0); });
+}
+
+/// From where it stopped to the end. -1 with errno.
+int copyRest(int source, int target) {
     for (;;) {
-        const ssize_t size = retryInterrupted(
-            [&] { return ::copy_file_range(source, nullptr, target, nullptr, std::numeric_limits<int>::max(), 0); });
+        const ssize_t size = copyRange(source, target, std::numeric_limits<int>::max());
         if (size > 0) {
             continue;
         }
@@ -89,27 +94,11 @@ int copyContent(int source, int target) {
 /// -1 with errno.
 int fillDraft(int source, int draft) {
     struct stat status {};
-    if (::fstat(source, &status) == -1 || copyContent(source, draft) == -1 ||
+    if (copyRest(source, draft) == -1 || ::fstat(source, &status) == -1 ||
         ::fchown(draft, status.st_uid, status.st_gid) == -1 || ::fchmod(draft, status.st_mode & 07777) == -1) {
         return -1;
     }
     return retryInterrupted([&] { return ::fdatasync(draft); });
-}
-
-void makeCopy(int source, const std::string& table) {
-    const std::string draft = draftPath(table);
-    ::unlink(draft.c_str());
-    QuietFdOwner file(retryInterrupted(
-        [&] { return ::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600); }));
-    if (file.empty()) {
-        fail("unable to make", draft);
-    }
-    if (fillDraft(source, file.get()) == -1 || file.close_nothrow() == -1 ||
-        ::rename(draft.c_str(), copyPath(table).c_str()) == -1) {
-        const int code = errno;
-        ::unlink(draft.c_str());
-        fail("unable to copy the lookup table to", draft, code);
-    }
 }
 
 }  // namespace
@@ -145,31 +134,62 @@ std::optional<std::uint32_t> recordCount(int mapDescriptor) {
     return elements - kElementsAtFirst;
 }
 
-MapCopy::MapCopy(const std::string& table) : table_(table) {
-    const LockedMap map(table, LOCK_SH);
+MapCopy::MapCopy(const std::string& table, const LockedMap& map) : table_(table), source_(map.descriptor()) {
     if (map.empty()) {
         if (isThere(mapFile(table))) {
             fail("unable to open", mapFile(table));
         }
         return;
     }
-    records_ = recordCount(map.descriptor());
-    makeCopy(map.descriptor(), table);
-    kept_ = true;
+    records_ = recordCount(source_);
+    const std::string draft = draftPath(table);
+    ::unlink(draft.c_str());
+    draft_ = QuietFdOwner(retryInterrupted(
+        [&] { return ::open(draft.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600); }));
+    if (draft_.empty()) {
+        fail("unable to make", draft);
+    }
+    drafted_ = true;
 }
 
 MapCopy::~MapCopy() {
     const ErrnoKeeper keeper;
-    if (kept_ && ::rename(copyPath(table_).c_str(), mapFile(table_).c_str()) == -1) {
+    if (drafted_) {
+        ::unlink(draftPath(table_).c_str());
+    }
+    if (armed_ && ::rename(copyPath(table_).c_str(), mapFile(table_).c_str()) == -1) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to put the lookup table %s back from %s: %s", table_.c_str(),
                   copyPath(table_).c_str(), std::strerror(errno));
     }
 }
 
+void MapCopy::advance(std::size_t size) {
+    due_ += size;
+    for (; drafted_ && due_ >= kStep; due_ -= kStep) {
+        copyRange(source_, draft_.get(), kStep);
+    }
+}
+
+void MapCopy::complete() {
+    if (drafted_ && (fillDraft(source_, draft_.get()) == -1 || draft_.close_nothrow() == -1)) {
+        fail("unable to copy the lookup table to", draftPath(table_));
+    }
+}
+
+void MapCopy::arm() {
+    if (drafted_) {
+        if (::rename(draftPath(table_).c_str(), copyPath(table_).c_str()) == -1) {
+            fail("unable to copy the lookup table to", draftPath(table_));
+        }
+        drafted_ = false;
+        armed_ = true;
+    }
+}
+
 void MapCopy::discard() {
-    if (kept_) {
+    if (armed_) {
         checkedCall("unlink", [this] { return ::unlink(copyPath(table_).c_str()); });
-        kept_ = false;
+        armed_ = false;
     }
 }
 

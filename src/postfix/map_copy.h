@@ -35,16 +35,24 @@ void requireRegularMap(const std::string& table);
 /// The number of records that the head of a hash map gives; nothing for another file.
 std::optional<std::uint32_t> recordCount(int mapDescriptor);
 
-/// A whole copy of a table's map under the name "MAP.before". The destructor puts it in the map's place, as it would
-/// have to be after a failed rebuild, unless the copy was discarded; a failure of that is logged, and the copy stays.
+/// A whole copy of a table's map, first as a draft, then under the name "MAP.before". Once it bears that name, the
+/// destructor puts it in the map's place, as it would have to be after a failed rebuild, unless the copy was discarded;
+/// a failure of that is logged, and the copy stays. Before, the destructor removes the draft.
 class MapCopy {
 public:
-    /// Makes the copy, with the map's owner and mode, under the map's own lock, and syncs it. Makes none when there is
-    /// no map. Throws PostfixConfigurationError; then nothing is left.
-    explicit MapCopy(const std::string& table);
+    /// Begins the copy; there is none of an empty map. Throws PostfixConfigurationError when nothing can be begun.
+    MapCopy(const std::string& table, const LockedMap& map);
     MapCopy(const MapCopy&) = delete;
     MapCopy& operator=(const MapCopy&) = delete;
     ~MapCopy();
+
+    /// Copies more of the map, in whole steps, when `size` bytes more are due. What fails here fails in complete().
+    void advance(std::size_t size);
+    /// Copies the rest, owner and mode, and syncs. The map must have been locked since the beginning. Throws
+    /// PostfixConfigurationError; then nothing is left.
+    void complete();
+    /// Gives the complete copy its name. Throws PostfixConfigurationError.
+    void arm();
 
     /// recordCount of what was copied.
     const std::optional<std::uint32_t>& records() const noexcept { return records_; }
@@ -54,7 +62,11 @@ public:
 
 private:
     std::string table_;
-    bool kept_ = false;
+    int source_;
+    QuietFdOwner draft_;
+    std::size_t due_ = 0;
+    bool drafted_ = false;
+    bool armed_ = false;
     std::optional<std::uint32_t> records_;
 };
 

@@ -107,7 +107,10 @@ AutocleanOFStream::~AutocleanOFStream() {
 void dumpTable(const std::string& table, const process::Consumer& consumer) {
     // "postmap -s" locks the map for single reads only, and a map that grows between two of them is read with records
     // missing. Adding and rebuilding runs wait for an exclusive flock(2) on the same file, readers share it.
-    const LockedMap map(table, LOCK_SH);
+    dumpTable(table, LockedMap(table, LOCK_SH), consumer);
+}
+
+void dumpTable(const std::string& table, const LockedMap& map, const process::Consumer& consumer) {
     const DumpCount dumped = countedDump(table, consumer);
     const std::optional<std::uint32_t> held = map.empty() ? std::nullopt : recordCount(map.descriptor());
     // postmap ends with status 0 when it could not write its output. A map that was torn once may hold fewer records
@@ -126,20 +129,35 @@ TableRewrite::TableRewrite(const std::string& table)
     text_.exceptions(std::ios::badbit | std::ios::failbit);
 }
 
+void TableRewrite::copyAhead(const LockedMap& map, std::size_t dumped) {
+    // A map is two to three times as large as its records.
+    constexpr std::size_t kMapToDump = 3;
+    if (!copy_) {
+        copy_ = std::make_unique<MapCopy>(table_, map);
+    }
+    copy_->advance(dumped * kMapToDump);
+}
+
 void TableRewrite::rebuild(const std::string& option, const std::function<void()>& built) {
     text_.close();
     std::vector<std::string> arguments{table_};
     if (!option.empty()) {
         arguments.insert(arguments.begin(), option);
     }
-    MapCopy before(table_);
+    std::unique_ptr<MapCopy> before = std::move(copy_);
+    if (!before) {
+        const LockedMap map(table_, LOCK_SH);
+        before = std::make_unique<MapCopy>(table_, map);
+        before->complete();
+    }
+    before->arm();
     const PostmapResult result = runPostmap(arguments, {}, {}, tableLock_.descriptor());
     require(result);
-    requireRecords(table_, before.records(), dumped_, written_, result.diagnostics);
+    requireRecords(table_, before->records(), dumped_, written_, result.diagnostics);
     if (built) {
         built();
     }
-    before.discard();
+    before->discard();
 }
 
 }  // namespace kavro::mail::postfix

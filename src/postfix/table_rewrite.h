@@ -2,12 +2,16 @@
 // goes through here.
 #pragma once
 
+#include <sys/file.h>
+
 #include <cstddef>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "postfix/map_copy.h"
 #include "postfix/record_filters.h"
 #include "postfix/table_lock.h"
 #include "process/pipe.h"
@@ -31,6 +35,8 @@ private:
 /// Hands every record of the table to the consumer, in pieces of any size; nobody writes to the table's map meanwhile.
 /// Throws PostfixConfigurationError, also, at the end, for a dump that was cut short.
 void dumpTable(const std::string& table, const process::Consumer& consumer);
+/// The same of a map that the caller has locked.
+void dumpTable(const std::string& table, const LockedMap& map, const process::Consumer& consumer);
 
 /// Holds the table's locks and its text source; whatever happens, the destructor removes the text source, then gives
 /// the locks back. The table itself changes in rebuild() only.
@@ -50,8 +56,17 @@ public:
     template <typename LineFilter>
     bool filter(const LineFilter& lineFilter) {
         database::DataStreamFilter<LineFilter> stream(lineFilter, text_);
-        dumpTable(table_, [&stream](const std::vector<char>& chunk) { stream.filterChunk(chunk); });
+        const LockedMap map(table_, LOCK_SH);
+        dumpTable(table_, map, [&](const std::vector<char>& chunk) {
+            stream.filterChunk(chunk);
+            if (stream.changed()) {
+                copyAhead(map, chunk.size());
+            }
+        });
         stream.filterTail();
+        if (copy_) {
+            copy_->complete();
+        }
         dumped_ = stream.read();
         written_ = stream.written();
         return stream.changed();
@@ -63,12 +78,16 @@ public:
     void rebuild(const std::string& option = {}, const std::function<void()>& built = {});
 
 private:
+    /// There will be a rebuild: while postmap dumps, the map is copied in the time that is left.
+    void copyAhead(const LockedMap& map, std::size_t dumped);
+
     std::string table_;
     MKLock textLock_;
     TableLock tableLock_;
     AutocleanOFStream text_;
     std::size_t dumped_ = 0;
     std::size_t written_ = 0;
+    std::unique_ptr<MapCopy> copy_;
 };
 
 }  // namespace kavro::mail::postfix

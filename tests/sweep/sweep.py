@@ -2,17 +2,22 @@
 """What every command leaves when any of its system calls fails, or when it is killed at any of them.
 
 Runs inside the sandbox as root. One run of the command for the N-th call of each kind with each errno, by strace's fault
-injection, of the program itself or of the postmap runs that it starts, until a run meets no more such call. Kinds of
-sweeps: fail, interrupt (EINTR, which must not be seen) and kill. Prints a table; status 1 when anything was wrong.
+injection, of the program itself or of the postmap runs that it starts, until a run meets no more such call. The loader's
+calls are left out. Kinds of sweeps: fail, interrupt (EINTR, which must not be seen), kill, and undo: killed renames, taken
+back. Prints a table as it goes; status 1 when anything was wrong.
 
-    sweep.py [--sweep=fail,interrupt,kill] [--who=self,postmap] [--command=WORDS] [--kind=openat,...] [--every=K] [-v]
+    sweep.py [--sweep=fail,interrupt,kill,undo] [--who=self,postmap] [--command=WORDS] [--kind=openat,...] [--every=K] [-v]
 """
 import argparse
 import collections
+import functools
+import hashlib
+import itertools
 import os
 import re
 import shutil
 import sqlite3
+import stat
 import subprocess
 import sys
 
@@ -44,21 +49,29 @@ INTERRUPTIBLE = [kind for kind in KINDS if kind not in ("clone", "vfork", "execv
 
 ALIAS = "--domain-name=d.test --domain-alias-name="
 NAME = "--domain-name=d.test --mailname="
-COMMANDS = [  # words, and "p" for a password, "d" for a document, "a" for all or nothing
-    (f"--add-mailname {NAME}new", "d"), (f"--remove-mailname {NAME}info", "d"),
+HOST = "sandbox.mail.test"
+RENAME = "--rename-domain --old-domain-name={} --new-domain-name={}"
+COMMANDS = [  # words, and "p" for a password, "d" for a document, "a" for all or nothing, "h" when d.test bears the host's name
+    (RENAME.format("d.test", "new.test"), "a"),
     ("--rename-mailname --domain-name=d.test --old-mailname=info --new-mailname=chef", "pda"),
-    (f"--add-mailbox {NAME}bob", "pd"), (f"--remove-mailbox {NAME}info", "d"), (f"--set-password {NAME}info", "pd"),
-    (f"--add-alias {NAME}bob --alias=robert", "d"), (f"--remove-alias {NAME}info --alias=sales", "d"),
-    ("--add-domain --domain-name=e.test", "e"), ("--remove-domain --domain-name=d.test", "d"),
-    ("--rename-domain --old-domain-name=d.test --new-domain-name=new.test", "a"),
-    ("--turn-on-domain --domain-name=d.test --set-reject", "d"), ("--turn-off-domain --domain-name=d.test", "d"),
+    (f"--add-mailname {NAME}new", "d"), ("--remove-domain --domain-name=d.test", "d"),
+    ("--add-domain --domain-name=e.test", "e"),
     (f"--add-domain-alias {ALIAS}a3.test --set-catchall --email=info@d.test", "d"),
     (f"--del-domain-alias {ALIAS}a1.test", "d"),
     ("--rename-domain-alias --domain-name=d.test --old-domain-alias-name=a1.test --new-domain-alias-name=a3.test "
      "--set-bounce --phrase=gone", "d"),
-    (f"--get-mailbox-size {NAME}info", ""), (f"--set-mailbox-disk-quota {NAME}info --disk-quota=1000000", "d"),
-    ("--set-domain-disk-quota --domain-name=d.test --disk-quota=2000000", "d"),
+    (f"--remove-mailname {NAME}info", "d"), (f"--add-mailbox {NAME}bob", "pd"), (f"--remove-mailbox {NAME}info", "d"),
+    (f"--set-password {NAME}info", "pd"), (f"--add-alias {NAME}bob --alias=robert", "d"),
+    (f"--remove-alias {NAME}info --alias=sales", "d"), ("--turn-on-domain --domain-name=d.test --set-reject", "d"),
+    ("--turn-off-domain --domain-name=d.test", "d"), (f"--set-mailbox-disk-quota {NAME}info --disk-quota=1000000", "d"),
+    ("--set-domain-disk-quota --domain-name=d.test --disk-quota=2000000", "d"), (f"--get-mailbox-size {NAME}info", ""),
+    (RENAME.format("d.test", HOST), "a"), (RENAME.format(HOST, "d.test"), "ah"),
 ]
+
+
+@functools.cache
+def document(flags):
+    return shell("printf %s \"$SAMPLE\"") if "d" in flags else shell("document e.test") if "e" in flags else b""
 
 
 def shell(text):
@@ -71,17 +84,46 @@ def prepare():
     save()
 
 
+SAVED = {}  # path: what stood there
+
+
+def standing():
+    """Everything in the stores, with what tells a change: what is put back keeps its time, as postmap's maps do not."""
+    found = {}
+    for top in STORES:
+        for folder, folders, files in os.walk(top):
+            for path in [folder] * (folder == top) + [os.path.join(folder, name) for name in folders + files]:
+                now = os.lstat(path)
+                content = () if stat.S_ISDIR(now.st_mode) else (now.st_size, now.st_mtime_ns)
+                found[path] = (now.st_mode, now.st_uid, now.st_gid) + content
+    return found
+
+
 def save():
     shutil.rmtree(PREPARED, ignore_errors=True)
     for store in STORES:
         os.makedirs(os.path.dirname(PREPARED + store), exist_ok=True)
         subprocess.run(["cp", "-a", store, PREPARED + store], check=True)
+    SAVED.clear()
+    SAVED.update(standing())
 
 
 def put_back():
-    for store in STORES:
-        shutil.rmtree(store, ignore_errors=True)
-    subprocess.run(["cp", "-a"] + [PREPARED + "/" + top for top in os.listdir(PREPARED)] + ["/"], check=True)
+    now = standing()
+    for path in sorted(now, reverse=True):
+        if path not in SAVED or (stat.S_IFMT(SAVED[path][0]) != stat.S_IFMT(now[path][0])):
+            (os.rmdir if stat.S_ISDIR(now.pop(path)[0]) else os.unlink)(path)
+    for path in sorted(path for path in SAVED if now.get(path) != SAVED[path]):
+        mode, owner, group = SAVED[path][:3]
+        if stat.S_ISDIR(mode):
+            os.makedirs(path, exist_ok=True)
+        else:
+            shutil.copy2(PREPARED + path, path, follow_symlinks=False)
+        os.chown(path, owner, group, follow_symlinks=False)
+        if not stat.S_ISLNK(mode):
+            os.chmod(path, stat.S_IMODE(mode))
+    if standing() != SAVED:
+        sys.exit("the stores cannot be put back")
 
 
 def rows(path, query):
@@ -94,14 +136,29 @@ def rows(path, query):
         database.close()
 
 
+DUMPS = {}
+
+
+def records(table):
+    dump = subprocess.run([POSTMAP, "-s", f"hash:{TABLES}/{table}"], capture_output=True, text=True, check=False)
+    lines = {f"{table}: {line}" for line in dump.stdout.splitlines()} or {f"{table}: empty"}
+    return lines | ({f"{table}: unreadable {dump.stderr.strip()}"} if dump.returncode != 0 else set())
+
+
 def state():
     """Every store as a set of lines, each beginning with the store's name."""
     lines = set()
     for table in ("virtual_domains", "vmailbox", "virtual", "aliases"):
-        dump = subprocess.run([POSTMAP, "-s", f"hash:{TABLES}/{table}"], capture_output=True, text=True, check=False)
-        lines |= {f"{table}: {line}" for line in dump.stdout.splitlines()} or {f"{table}: empty"}
-        if dump.returncode != 0:
-            lines.add(f"{table}: unreadable {dump.stderr.strip()}")
+        try:
+            with open(f"{TABLES}/{table}.db", "rb") as file:
+                content = file.read()
+        except FileNotFoundError:
+            content = b""
+        # The same bytes give the same dump. A map has its own number, new with each rebuild.
+        digest = (table, hashlib.sha256(content[:52] + content[72:]).digest())
+        if digest not in DUMPS:
+            DUMPS[digest] = records(table)
+        lines |= DUMPS[digest]
     lines |= {"auth: " + row for row in rows(TABLES + "/passwd.db", """SELECT u.name || '@' || d.name,
         CASE WHEN userPassword LIKE '$AES%' THEN 'encrypted' ELSE userPassword END, cmusaslsecretPLAIN, u.status, d.status
         FROM domains d LEFT JOIN users u ON u.dom_id = d.id""")}
@@ -121,7 +178,6 @@ def state():
 
 def run(words, flags, strace=None, who="self"):
     """Runs the command, with strace's options for the program itself or for each of its postmap runs."""
-    document = shell("printf %s \"$SAMPLE\"") if "d" in flags else shell("document e.test") if "e" in flags else b""
     environment = dict(os.environ, **({"ZCP_PASSWORD": "secret"} if "p" in flags else {}))
     command = ["mxadmin"] + words.split()
     tool = ["strace", "-q", "-o", LOG, "-e", "signal=none"] + (strace or [])
@@ -135,7 +191,7 @@ def run(words, flags, strace=None, who="self"):
             script.write(f"#!/bin/sh\nexec {' '.join(tool)} -A {POSTMAP}.real \"$@\"\n")
         os.chmod(POSTMAP, 0o755)
     try:
-        done = subprocess.run(command, input=document, env=environment, capture_output=True, timeout=60, check=False)
+        done = subprocess.run(command, input=document(flags), env=environment, capture_output=True, timeout=60, check=False)
         return done.returncode, done.stderr.decode(errors="replace")
     except subprocess.TimeoutExpired:
         return "hang", ""
@@ -145,20 +201,21 @@ def run(words, flags, strace=None, who="self"):
 
 
 def reached():
-    """Whether the call that was to fail came."""
-    try:
-        with open(LOG, encoding="utf-8", errors="replace") as log:
-            text = log.read()
-            # strace ends with what it traced, and has written the call that never came back.
-            return "(INJECTED)" in text or re.search(r"^(?!exit).* = \?$", text.rstrip().rsplit("\n", 1)[-1]) is not None
-    except FileNotFoundError:
-        return False
-
-
-def before_main():
-    """Whether the program had not begun: the loader's own failures are told by the loader, and nothing was touched."""
+    """The call that was to fail, if it came. strace ends with what it traced, and has written the call that never came
+    back."""
     with open(LOG, encoding="utf-8", errors="replace") as log:
-        return "PR_GET_DUMPABLE" not in log.read()
+        return re.search(r"^.*\(INJECTED\)$|^(?!exit).* = \?$", log.read(), re.MULTILINE)
+
+
+def calls(words, flags, who):
+    """How often each call comes, and how often it does before the program itself begins: the loader's failures are told
+    by the loader, and nothing was touched."""
+    run(words, flags, ["-e", "trace=all"], who)
+    with open(LOG, encoding="utf-8", errors="replace") as log:
+        trace = log.read()
+    begin = trace.find("PR_GET_DUMPABLE" if who == "self" else '"/etc/postfix/main.cf"')
+    count = [collections.Counter(re.findall(r"^(\w+)\(", part, re.MULTILINE)) for part in (trace, trace[:begin])]
+    return count if begin > 0 else [{}, {}]
 
 
 LEFT_OVER = re.compile(r"\.(tmp|before|draft|new)\b|-journal|maildirsize\.|/(virtual|vmailbox|virtual_domains|aliases) ")
@@ -193,28 +250,33 @@ def judge_failed(before, after, flags, status, said):
     return wrong
 
 
-def judge_killed(before, after, words, flags):
+def judge_killed(before, after, words, flags, undo):
     """Check names it, fix mends it, the command given again arrives; nothing that stood before is lost."""
     wrong = []
     findings = subprocess.run(["mxrepair", "--check"], capture_output=True, text=True, check=False)
-    choice = ["--finish-rename=" + ":".join(re.findall(r"domain-name=(\S+)", words))] if "--rename-domain " in words else []
+    choice = []
+    if "--rename-domain " in words:
+        choice = [("--undo-rename=" if undo else "--finish-rename=") + ":".join(re.findall(r"domain-name=(\S+)", words))]
     # The first pass mends what has one right answer, the second what the caller chose.
     for options in [choice, []] if choice else [[]]:
         fixed = subprocess.run(["mxrepair", "--fix"] + options, capture_output=True, text=True, check=False)
-    lost = (before & after) - state()
-    if lost:
-        wrong.append("lost: " + sorted(lost)[0])
-    status, said = run(words, flags)
     now = state()
+    if lost := (before & after) - now:
+        wrong.append("lost: " + sorted(lost)[0])
+    if choice and now != (before if undo else after):
+        wrong.append(f"not {choice[0][2:6]}: {sorted(now ^ (before if undo else after))[:2]} {fixed.stdout[-200:]}")
     # A rename that was finished cannot be given again: its old name is gone.
-    if now != after and not (re.search(r"rename-(domain|mailname) ", words) and now in (before, after)):
-        wrong.append(f"given again: status {status}, {sorted(now ^ after)[:2]} {said.strip()[-100:]} {fixed.stdout[-200:]}")
+    if undo or not choice:
+        status, said = run(words, flags)
+        now = state()
+        if now != after and not ("--rename-mailname " in words and now == before):
+            wrong.append(f"given again: status {status}, {sorted(now ^ after)[:2]} {said.strip()[-100:]} {fixed.stdout[-200:]}")
     return len(findings.stdout.splitlines()), wrong
 
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("--sweep", default="fail,interrupt,kill")
+    parser.add_argument("--sweep", default="fail,interrupt,kill,undo")
     parser.add_argument("--who", default="self,postmap")
     parser.add_argument("--command", default="")
     parser.add_argument("--kind", default="")
@@ -227,52 +289,61 @@ def main():
         if chosen.command not in words:
             continue
         put_back()
+        if "h" in flags:
+            run(RENAME.format("d.test", HOST), flags)
+            save()
         before = state()
         status, said = run(words, flags)
         after = state()
-        if status != 0:
+        if status != 0 or after == before and "--get" not in words:
             sys.exit(f"{words}: {said}")
-        for sweep in chosen.sweep.split(","):
-            for who in chosen.who.split(","):
-                count = collections.Counter()
-                kinds = KINDS if who == "self" else POSTMAP_KINDS
-                cases = {"fail": [(kind, f"error={errno}") for kind in kinds for errno in kinds[kind]],
-                         "interrupt": [(kind, "error=EINTR") for kind in INTERRUPTIBLE if who == "self"],
-                         "kill": [(kind, "signal=KILL") for kind in (CHANGING if who == "self" else POSTMAP_KINDS)]}
-                for kind, fault in cases[sweep]:
-                    if chosen.kind and kind not in chosen.kind.split(","):
+        for sweep, who in itertools.product(chosen.sweep.split(","), chosen.who.split(",")):
+            if sweep == "undo" and "--rename-domain " not in words:
+                continue
+            count = collections.Counter()
+            kinds = KINDS if who == "self" else POSTMAP_KINDS
+            killed = [(kind, "signal=KILL") for kind in (CHANGING if who == "self" else POSTMAP_KINDS)]
+            cases = {"fail": [(kind, f"error={errno}") for kind in kinds for errno in kinds[kind]],
+                     "interrupt": [(kind, "error=EINTR") for kind in INTERRUPTIBLE if who == "self"],
+                     "kill": killed, "undo": killed}
+            put_back()
+            total, loader = calls(words, flags, who)
+            for kind, fault in cases[sweep]:
+                if (chosen.kind and kind not in chosen.kind.split(",")) or total.get(kind, 0) == loader.get(kind, 0):
+                    continue
+                count["kinds"] += 1
+                # A postmap that its loader ends is tried as well.
+                number = max(1, loader[kind] + (who == "self"))
+                while True:
+                    put_back()
+                    status, said = run(words, flags, ["-e", f"trace={kind}", "-e", f"inject={kind}:{fault}:when={number}"], who)
+                    call = reached()
+                    if not call:
+                        break
+                    # postmap's standard streams are pipes of ours: there is no disk behind that could fail.
+                    if who == "postmap" and sweep == "fail" and re.match(r"read\(0,|write\([12],", call.group()):
+                        number += 1
                         continue
-                    number = 1
-                    while True:
-                        put_back()
-                        status, said = run(words, flags, ["-e", f"inject={kind}:{fault}:when={number}"], who)
-                        if not reached():
-                            break
-                        if who == "self" and before_main():
-                            count["loader"] += 1
-                            number += 1
-                            if state() != before:
-                                sys.exit("changed before main")
-                            continue
-                        count["runs"] += 1
-                        findings = 0
-                        if sweep == "kill":
-                            findings, wrong = judge_killed(before, after, words, flags)
-                        elif sweep == "interrupt":
-                            wrong = [] if status == 0 and state() == after else [f"EINTR seen: {said.strip()[:80]}"]
-                        else:
-                            wrong = judge_failed(before, after, flags, status, said)
-                        count["findings"] += findings
-                        count["succeeded" if status == 0 else "reported"] += 1
-                        count["wrong"] += bool(wrong)
-                        if wrong and (chosen.verbose or count["wrong"] <= 5):
-                            print(f"  {words.split()[0]} {sweep} {who} {kind}:{fault} call {number}: {'; '.join(wrong)[:500]}")
-                        number += chosen.every
-                if count["runs"]:
-                    print(f"{words.split()[0][2:]:24} {sweep:9} {who:7} runs {count['runs']:4} succeeded "
-                          f"{count['succeeded']:4} reported {count['reported']:4} findings {count['findings']:4} "
-                          f"wrong {count['wrong']:3}", flush=True)
-                all_wrong += count["wrong"]
+                    count["runs"] += 1
+                    count["succeeded" if status == 0 else "reported"] += 1
+                    findings = 0
+                    if sweep in ("kill", "undo"):
+                        findings, wrong = judge_killed(before, after, words, flags, sweep == "undo")
+                    elif sweep == "interrupt":
+                        wrong = [] if status == 0 and state() == after else [f"EINTR seen: {said.strip()[:80]}"]
+                    else:
+                        wrong = judge_failed(before, after, flags, status, said)
+                    count["findings"] += findings
+                    count["wrong"] += bool(wrong)
+                    if wrong and (chosen.verbose or count["wrong"] <= 5):
+                        print(f"  {words.split()[0]} {sweep} {who} {kind}:{fault} call {number}: {'; '.join(wrong)[:500]}",
+                              flush=True)
+                    number += chosen.every
+            if count["runs"]:
+                print(f"{words.split()[0][2:]:22} {sweep:9} {who:7} kinds {count['kinds']:2} runs {count['runs']:4} succeeded "
+                      f"{count['succeeded']:4} reported {count['reported']:4} findings {count['findings']:4} "
+                      f"wrong {count['wrong']:3}", flush=True)
+            all_wrong += count["wrong"]
     print(f"wrong: {all_wrong}")
     sys.exit(all_wrong != 0)
 

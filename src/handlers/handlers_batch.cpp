@@ -1,9 +1,10 @@
-// Changes of many handlers in one transaction: cloning, removal by domain, and the loop that both are made of.
+// Changes of many handlers in one transaction: cloning, moving, removal by domain, and the loop that all are made of.
 //
 // The rows are always read to the end before the transaction begins. A transaction that starts with a read and goes on
 // to write holds its read lock while it waits for the write lock; two of those wait for each other for ever.
 #include <cerrno>
 #include <cstring>
+#include <initializer_list>
 #include <string>
 
 #include "handlers/handlers_database.h"
@@ -22,6 +23,7 @@ using kavro::handlers::StoredAddress;
 namespace {
 
 constexpr const char* kCloneReadFailure = "Unable to select data from handlers database: %s";
+constexpr const char* kAddFailure = "Unable to add records into handlers database";
 
 /// A transaction on a connection; rolls back, in the destructor, what was not committed.
 class Transaction {
@@ -97,23 +99,54 @@ int read_domain(SqliteConnection* connection, const StoredAddress& domain, const
                          });
 }
 
+/// Reads what mh_db_clone copies into the list, as the copies will be. 0, or -1, logged.
+int read_as(SqliteConnection* connection, const char* old_name, const char* old_domain, const char* new_name,
+            const char* new_domain, mh_list* list) {
+    if ((old_name == nullptr) != (new_name == nullptr)) {
+        errno = EINVAL;
+        kavro_log(KAVRO_LOG_ERROR, kCloneReadFailure, std::strerror(errno));
+        return -1;
+    }
+    return old_name == nullptr ? read_domain(connection, StoredAddress(old_domain), new_domain, list)
+                               : read_address(connection, StoredAddress(full_address(old_name, old_domain).c_str()),
+                                              full_address(new_name, new_domain), list);
+}
+
+/// A list, and what is done with each of its records.
+struct Change {
+    const mh_list* list;
+    int (*operation)(SqliteConnection* connection, const mh_data* record);
+    const char* failure;  ///< logged after the operation's own line; may be null
+};
+
+/// In one transaction. 0, or -1, logged.
+int change_all(SqliteConnection* connection, std::initializer_list<Change> changes) {
+    OperationConnection opened(connection, SqliteConnection::Access::ReadWriteCreate);
+    Transaction transaction(opened.get());
+    const char* failure = changes.begin()->failure;
+    bool done = opened.isOpen() && transaction.begin();
+    if (!done) {
+        kavro_log(KAVRO_LOG_ERROR, "Unable to begin sqlite transaction: %s", opened.get().errorText());
+    }
+    for (const Change& change : changes) {
+        const mh_list_node* node = change.list->head;
+        for (failure = done ? change.failure : failure; done && node != nullptr; node = node->next) {
+            done = change.operation(&opened.get(), node->data) == 0;
+        }
+    }
+    // What was not committed is rolled back.
+    done = done && transaction.commit();
+    if (!done && failure != nullptr) {
+        kavro_log(KAVRO_LOG_ERROR, "%s", failure);
+    }
+    return done ? 0 : -1;
+}
+
 }  // namespace
 
 int mh_db_do(const mh_list* list, SqliteConnection* connection,
              int (*operation)(SqliteConnection* connection, const mh_data* record)) {
-    OperationConnection opened(connection, SqliteConnection::Access::ReadWriteCreate);
-    Transaction transaction(opened.get());
-    if (!opened.isOpen() || !transaction.begin()) {
-        kavro_log(KAVRO_LOG_ERROR, "Unable to begin sqlite transaction: %s", opened.get().errorText());
-        return -1;
-    }
-    // Leaving early rolls back. The operation has logged its failure.
-    for (const mh_list_node* node = list->head; node != nullptr; node = node->next) {
-        if (operation(&opened.get(), node->data) != 0) {
-            return -1;
-        }
-    }
-    return transaction.commit() ? 0 : -1;
+    return change_all(connection, {{list, operation, nullptr}});
 }
 
 int mh_db_remove_all(const char* domain) {
@@ -130,26 +163,23 @@ int mh_db_remove_all(const char* domain) {
 }
 
 int mh_db_clone(const char* old_name, const char* old_domain, const char* new_name, const char* new_domain) {
-    if ((old_name == nullptr) != (new_name == nullptr)) {
-        errno = EINVAL;
-        kavro_log(KAVRO_LOG_ERROR, kCloneReadFailure, std::strerror(errno));
-        return -1;
-    }
     SqliteConnection connection;
     const ListOwner list(mh_list_init());
-    if (list == nullptr) {
+    if (list == nullptr || read_as(&connection, old_name, old_domain, new_name, new_domain, list.get()) != 0) {
         return -1;
     }
-    const int read = old_name == nullptr
-                         ? read_domain(&connection, StoredAddress(old_domain), new_domain, list.get())
-                         : read_address(&connection, StoredAddress(full_address(old_name, old_domain).c_str()),
-                                        full_address(new_name, new_domain), list.get());
-    if (read != 0) {
+    return change_all(&connection, {{list.get(), mh_db_add, kAddFailure}});
+}
+
+int mh_db_move(const char* old_name, const char* old_domain, const char* new_name, const char* new_domain) {
+    SqliteConnection connection;
+    const ListOwner copies(mh_list_init());
+    const ListOwner originals(mh_list_init());
+    if (copies == nullptr || originals == nullptr ||
+        read_as(&connection, old_name, old_domain, new_name, new_domain, copies.get()) != 0 ||
+        read_as(&connection, old_name, old_domain, old_name, old_domain, originals.get()) != 0) {
         return -1;
     }
-    if (mh_db_do(list.get(), &connection, mh_db_add) != 0) {
-        kavro_log(KAVRO_LOG_ERROR, "Unable to add records into handlers database");
-        return -1;
-    }
-    return 0;
+    return change_all(&connection, {{copies.get(), mh_db_add, kAddFailure},
+                                    {originals.get(), kavro::handlers::remove_record, nullptr}});
 }

@@ -49,6 +49,8 @@ int mh_db_move_addr(const char* old_address, const char* new_address);
 /// old_name@old_domain to new_name@new_domain. With both names null: those of every address in exactly old_domain, to
 /// the same name in new_domain. One name alone is refused.
 int mh_db_clone(const char* old_name, const char* old_domain, const char* new_name, const char* new_domain);
+/// The same, and the handlers that were copied are removed: both or neither.
+int mh_db_move(const char* old_name, const char* old_domain, const char* new_name, const char* new_domain);
 /// Applies an operation to every record of the list in one transaction; the first failure undoes it all. A null
 /// connection: one of its own; one that is not open yet is opened.
 int mh_db_do(const mh_list* list, kavro::SqliteConnection* connection,

@@ -59,7 +59,7 @@ void renameLogins(const std::string& from, const std::string& to) {
 }
 
 void moveHandlers(const std::string& from, const std::string& to) {
-    if (mh_db_clone(nullptr, from.c_str(), nullptr, to.c_str()) == -1 || mh_db_remove_all(from.c_str()) == -1) {
+    if (mh_db_move(nullptr, from.c_str(), nullptr, to.c_str()) == -1) {
         throw std::runtime_error("cannot move the handlers of " + from);
     }
 }

@@ -95,8 +95,7 @@ int renameDomain(const std::string& oldDomain, const std::string& newDomain) {
     if (RenameDomainInServices(oldDomain.c_str(), newDomain.c_str()) != 0) {
         throw PostfixError("unable to rename some of services");
     }
-    if (mh_db_clone(nullptr, oldDomain.c_str(), nullptr, newDomain.c_str()) == -1 ||
-        mh_db_remove_all(oldDomain.c_str()) == -1) {
+    if (mh_db_move(nullptr, oldDomain.c_str(), nullptr, newDomain.c_str()) == -1) {
         throw PostfixError("Unable to move domain handlers");
     }
     transaction.commit();

@@ -67,12 +67,12 @@ int renameMailname(const std::string& domain, const std::string& oldMailname, co
         transaction.commit();
         result = rm_mname_from_domains(oldMailname.c_str(), domain.c_str()) == -1 ? 1 : 0;
     }
-    if (result == 0) {
+    // A rename that is taken back keeps its handlers.
+    if (result == 0 && usersStay) {
+        result = mh_db_move(oldMailname.c_str(), domain.c_str(), newMailname.c_str(), domain.c_str());
+    } else if (result == 0) {
         result = mh_db_clone(oldMailname.c_str(), domain.c_str(), newMailname.c_str(), domain.c_str());
-        if (result == 0 || !usersStay) {
-            // A rename that is taken back needs the handlers that were not cloned.
-            result |= mh_db_remove_addr(oldAddress.c_str());
-        }
+        result |= mh_db_remove_addr(oldAddress.c_str());
     }
     if (result == 0) {
         transaction.commit();

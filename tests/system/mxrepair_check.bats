@@ -100,6 +100,12 @@ END
   same journal "1 passwd.db: $AUTH_DB-journal: a transaction was cut short; --fix: plays the journal back" "$status $out$err"
   with "" mxrepair --fix
   same fixed "0 " "$status $(changes)"
+  head -c 512 /dev/zero >$HANDLERS_DB-journal
+  with "" mxrepair --check
+  same cold "1 handlers.db: $HANDLERS_DB-journal: a transaction was cut short before its first change; --fix: removes it" \
+    "$status $out$err"
+  with "" mxrepair --fix
+  same "cold and fixed" "0 gone" "$status $([ -e $HANDLERS_DB-journal ] || echo gone)"
 }
 
 @test "session documents: what their domains lack and have too much is told, and of no other domain" {
@@ -166,7 +172,7 @@ END
   same renamed "0 " "$status $err"
   # A path that only begins like the old name is restored by hand: the filter takes it along.
   state >/tmp/after
-  for where in postmap:{3..7} renameat2:1:$MAIL_ROOT/d.test unlink:1:$AUTH_DB-journal unlink:{1,2}:$HANDLERS_DB-journal; do
+  for where in postmap:{3..7} renameat2:1:$MAIL_ROOT/d.test unlink:1:$AUTH_DB-journal unlink:1:$HANDLERS_DB-journal; do
     for way in finish undo; do
       restore whole
       killed $where

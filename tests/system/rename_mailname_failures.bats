@@ -70,7 +70,7 @@ Fatal error: boost::filesystem::filesystem_error(boost::filesystem::rename: " "$
   sql $HANDLERS_DB "CREATE TRIGGER broken BEFORE DELETE ON handlers BEGIN SELECT RAISE(FAIL, 'injected'); END"
   remember
   rename chef
-  same "handlers" "255 +handlers: chef@d.test spam 1" "$status $(changes)"
+  same "handlers" "255 " "$status $(changes)"
   with "$SAMPLE" mxadmin --rename-mailname --domain-name=d.test --old-mailname=info --new-mailname=chef
   [[ $status == 255 && $err == *"WARNING: the mailname was renamed all the same; users or handlers are left of info@d.test"* ]]
   [ -d $MAIL_ROOT/d.test/chef ]

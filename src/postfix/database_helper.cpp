@@ -5,6 +5,7 @@
 #include <sstream>
 #include <string_view>
 
+#include "postfix/map_copy.h"
 #include "postfix/postfix_errors.h"
 #include "postfix/postmap.h"
 #include "postfix/table_lock.h"
@@ -61,8 +62,10 @@ void DatabaseHelper::checkKey(const std::string& key) {
 
 void DatabaseHelper::addFrom(const std::string& table, const process::Producer& records) {
     const TableLock lock = beginChange(table, TableLock::Mode::Shared);
+    const std::optional<std::uint32_t> before = recordCount(table);
     const PostmapResult result = runPostmap({"-r", "-i", table}, records, {}, lock.descriptor());
-    if (!result.succeeded()) {
+    // A map that cannot be read at once postmap makes anew over the old one, says why, and ends with status 0.
+    if (!result.succeeded() || (!result.diagnostics.empty() && recordCount(table) < before)) {
         throw PostfixConfigurationError(result.reason());
     }
 }

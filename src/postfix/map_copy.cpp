@@ -66,7 +66,8 @@ int copyByBlocks(int source, int target) {
     std::vector<char> block(kBlockSize);
     for (;;) {
         const ssize_t size = retryInterrupted([&] { return ::read(source, block.data(), block.size()); });
-        if (size <= 0 || !writeAll(target, block.data(), static_cast<std::size_t>(size))) {
+        if (size <= 0 ||
+            writeAll(target, block.data(), static_cast<std::size_t>(size)) != static_cast<std::size_t>(size)) {
             return size == 0 ? 0 : -1;
         }
     }
@@ -95,7 +96,8 @@ int copyRest(int source, int target) {
 int fillDraft(int source, int draft) {
     struct stat status {};
     if (copyRest(source, draft) == -1 || ::fstat(source, &status) == -1 ||
-        ::fchown(draft, status.st_uid, status.st_gid) == -1 || ::fchmod(draft, status.st_mode & 07777) == -1) {
+        retryInterrupted([&] { return ::fchown(draft, status.st_uid, status.st_gid); }) == -1 ||
+        retryInterrupted([&] { return ::fchmod(draft, status.st_mode & 07777); }) == -1) {
         return -1;
     }
     return retryInterrupted([&] { return ::fdatasync(draft); });
@@ -134,6 +136,11 @@ std::optional<std::uint32_t> recordCount(int mapDescriptor) {
     return elements - kElementsAtFirst;
 }
 
+std::optional<std::uint32_t> recordCount(const std::string& table) {
+    const LockedMap map(table, LOCK_SH);
+    return map.empty() ? std::nullopt : recordCount(map.descriptor());
+}
+
 MapCopy::MapCopy(const std::string& table, const LockedMap& map) : table_(table), source_(map.descriptor()) {
     if (map.empty()) {
         if (isThere(mapFile(table))) {
@@ -157,7 +164,8 @@ MapCopy::~MapCopy() {
     if (drafted_) {
         ::unlink(draftPath(table_).c_str());
     }
-    if (armed_ && ::rename(copyPath(table_).c_str(), mapFile(table_).c_str()) == -1) {
+    if (armed_ &&
+        retryInterrupted([this] { return ::rename(copyPath(table_).c_str(), mapFile(table_).c_str()); }) == -1) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to put the lookup table %s back from %s: %s", table_.c_str(),
                   copyPath(table_).c_str(), std::strerror(errno));
     }

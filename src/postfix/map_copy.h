@@ -34,6 +34,8 @@ void requireRegularMap(const std::string& table);
 
 /// The number of records that the head of a hash map gives; nothing for another file.
 std::optional<std::uint32_t> recordCount(int mapDescriptor);
+/// The same, of a table's map; nothing where there is none. Throws as LockedMap does.
+std::optional<std::uint32_t> recordCount(const std::string& table);
 
 /// A whole copy of a table's map, first as a draft, then under the name "MAP.before". Once it bears that name, the
 /// destructor puts it in the map's place, as it would have to be after a failed rebuild, unless the copy was discarded;

@@ -76,7 +76,7 @@ std::unordered_map<std::string, LocalSocket> localSockets() {
 /// them all: such a one may have answered nothing yet, however old it is.
 bool isIdle(pid_t process, const std::unordered_map<std::string, LocalSocket>& sockets) {
     const std::string directory = "/proc/" + std::to_string(process) + "/fd/";
-    const CDirectory descriptors(::opendir(directory.c_str()));
+    const CDirectory descriptors = openDirectory(directory.c_str());
     bool listens = false;
     while (const dirent* entry = descriptors == nullptr ? nullptr : ::readdir(descriptors.get())) {
         std::array<char, 64> target{};

@@ -40,8 +40,7 @@ void requireRecords(const std::string& table, const std::optional<std::uint32_t>
     if (!before || *before != dumped) {
         return;
     }
-    const LockedMap map(table, LOCK_SH);
-    const std::optional<std::uint32_t> after = map.empty() ? std::nullopt : recordCount(map.descriptor());
+    const std::optional<std::uint32_t> after = recordCount(table);
     const auto leftOut = static_cast<std::size_t>(std::count(diagnostics.begin(), diagnostics.end(), '\n'));
     if (after && *after + leftOut < written) {
         throw PostfixConfigurationError("only " + std::to_string(*after) + " of " + std::to_string(written) +
@@ -91,9 +90,15 @@ AutocleanOFStream::AutocleanOFStream(const std::string& path) : path_(path) {
         setstate(std::ios::failbit);
         return;
     }
-    // The standard stream itself opens by name only, and not exclusively.
-    __gnu_cxx::stdio_filebuf<char> file(fd, std::ios::out, kBufferSize);
-    static_cast<std::filebuf&>(*rdbuf()) = std::move(file);
+    // The standard stream itself opens by name only, and not exclusively. It asks fcntl(2) for the descriptor's flags.
+    do {
+        errno = 0;
+        static_cast<std::filebuf&>(*rdbuf()) = __gnu_cxx::stdio_filebuf<char>(fd, std::ios::out, kBufferSize);
+    } while (!is_open() && errno == EINTR);
+    if (!is_open()) {
+        ::close(fd);
+        setstate(std::ios::failbit);
+    }
 }
 
 AutocleanOFStream::~AutocleanOFStream() {
@@ -101,7 +106,14 @@ AutocleanOFStream::~AutocleanOFStream() {
     // What cannot be flushed any more does not matter, the file goes.
     exceptions(std::ios::goodbit);
     close();
-    ::unlink(path_.c_str());
+    if (!removed_) {
+        ::unlink(path_.c_str());
+    }
+}
+
+void AutocleanOFStream::remove() {
+    checkedCall("unlink", [this] { return ::unlink(path_.c_str()); });
+    removed_ = true;
 }
 
 void dumpTable(const std::string& table, const process::Consumer& consumer) {
@@ -154,6 +166,7 @@ void TableRewrite::rebuild(const std::string& option, const std::function<void()
     const PostmapResult result = runPostmap(arguments, {}, {}, tableLock_.descriptor());
     require(result);
     requireRecords(table_, before->records(), dumped_, written_, result.diagnostics);
+    text_.remove();
     if (built) {
         built();
     }

@@ -19,7 +19,8 @@
 
 namespace kavro::mail::postfix {
 
-/// A new file for writing; the destructor closes and unlinks it and keeps errno. Check the stream after construction.
+/// A new file for writing; the destructor closes and unlinks it, unless that was done, and keeps errno. Check the
+/// stream after construction.
 class AutocleanOFStream : public std::ofstream {
 public:
     /// What a crash, or somebody else, left under that name is unlinked first; what is there even then is not opened.
@@ -28,8 +29,12 @@ public:
     AutocleanOFStream& operator=(const AutocleanOFStream&) = delete;
     ~AutocleanOFStream() override;
 
+    /// Unlinks it. Throws SystemError("unlink"); then the destructor tries again.
+    void remove();
+
 private:
     std::string path_;
+    bool removed_ = false;
 };
 
 /// Hands every record of the table to the consumer, in pieces of any size; nobody writes to the table's map meanwhile.
@@ -52,7 +57,8 @@ public:
     std::ostream& text() noexcept { return text_; }
 
     /// Passes every record of the table through a copy of the line filter into the text source; answers whether any was
-    /// dropped or came out with another text. Throws PostfixConfigurationError.
+    /// dropped or came out with another text. Where none was, the text source is gone and rebuild() must not follow.
+    /// Throws PostfixConfigurationError and SystemError.
     template <typename LineFilter>
     bool filter(const LineFilter& lineFilter) {
         database::DataStreamFilter<LineFilter> stream(lineFilter, text_);
@@ -69,6 +75,9 @@ public:
         }
         dumped_ = stream.read();
         written_ = stream.written();
+        if (!stream.changed()) {
+            text_.remove();
+        }
         return stream.changed();
     }
 

@@ -115,3 +115,10 @@ on_small_disk() {
   rm $MAIL_ROOT/filler
   same "quota file" "" "$(changes)"
 }
+
+@test "a map that postmap makes anew, over one that it cannot read, is no success" {
+  run $DOMAIN
+  replace_postmap "[ \$call != 2 ] || { echo 'BDB0134 read' >&2; rm $TABLES/virtual.db; }; real \"\$@\""
+  run $MAILNAME
+  same anew "1 $TABLE_ERROR(BDB0134 read"$'\n)' "$status $err"
+}

@@ -97,13 +97,10 @@ int find_access(int style, Access* access) {
         }
         *access = {0, group, 0640, group, 0750, 0440};
     } else if (style == 1) {
-        const struct passwd* postfix = nullptr;
-        do {
-            errno = ENOENT;  // the reason when the look-up itself gives none
-            postfix = ::getpwnam(kPostfixUser);
-        } while (postfix == nullptr && errno == EINTR);
+        const passwd* postfix = find_user(kPostfixUser);
         if (postfix == nullptr) {
-            kavro_log(KAVRO_LOG_CRITICAL, "Unable to get user id for \"%s\": %s", kPostfixUser, std::strerror(errno));
+            kavro_log(KAVRO_LOG_CRITICAL, "Unable to get user id for \"%s\": %s", kPostfixUser,
+                      std::strerror(errno == 0 ? ENOENT : errno));
             return -1;
         }
         // Kept: the owner may only read, the group writes.

@@ -36,7 +36,7 @@ int lookOver(const Options& options, bool fixing) {
         documents.emplace(node);
         documents->read(STDIN_FILENO);
     }
-    if (::getpwnam(kMailUser) == nullptr) {
+    if (find_user(kMailUser) == nullptr) {
         throw std::runtime_error(std::string("there is no user ") + kMailUser);
     }
     // What the floors below say of a damaged file is a finding here.

@@ -36,10 +36,7 @@ constexpr const char* kKeyFile = "default";
 
 /// A transaction was cut short: its journal must be played back before the database can be read. A connection of the
 /// floor below would do that at once, so this one is not made there.
-bool hasHotJournal(const std::string& path) {
-    if (!fileExists((path + "-journal").c_str())) {
-        return false;
-    }
+bool isJournalHot(const std::string& path) {
     sqlite3* connection = nullptr;
     ::sqlite3_open_v2(path.c_str(), &connection, SQLITE_OPEN_READONLY, kavro::sqliteFileLayer());
     const std::unique_ptr<sqlite3, int (*)(sqlite3*)> owner(connection, &::sqlite3_close);
@@ -47,11 +44,15 @@ bool hasHotJournal(const std::string& path) {
            ::sqlite3_extended_errcode(connection) == SQLITE_READONLY_ROLLBACK;
 }
 
-void playJournalBack(const std::string& path) {
+/// Whoever has the lock has played the journal back. One that stays was never whole.
+void endTransaction(const std::string& path) {
     SqliteConnection connection;
     if (!connection.open(path.c_str(), SqliteConnection::Access::ReadWriteCreate) ||
-        !connection.execute("BEGIN IMMEDIATE; ROLLBACK")) {
+        !connection.execute("BEGIN EXCLUSIVE")) {
         throw std::runtime_error("cannot play back the journal of " + path + ": " + connection.errorText());
+    }
+    if (::unlink((path + "-journal").c_str()) == -1 && errno != ENOENT) {
+        throw kavro::SystemError("unlink", errno);
     }
 }
 
@@ -81,10 +82,13 @@ bool checkDatabase(CheckContext& context, const char* store, const std::string& 
         context.findings.add({store, path, "", "is missing", "put it back from a backup, or make it with --init"});
         return false;
     }
-    if (hasHotJournal(path)) {
-        context.findings.add({store, path + "-journal", "", "a transaction was cut short", "plays the journal back",
-                              [path] { playJournalBack(path); }});
-        if (!context.findings.fixing()) {
+    if (fileExists((path + "-journal").c_str())) {
+        const bool hot = isJournalHot(path);
+        context.findings.add(
+            {store, path + "-journal", "",
+             hot ? "a transaction was cut short" : "a transaction was cut short before its first change",
+             hot ? "plays the journal back" : "removes it", [path] { endTransaction(path); }});
+        if (hot && !context.findings.fixing()) {
             return false;
         }
     }

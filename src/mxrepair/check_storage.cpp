@@ -293,7 +293,7 @@ void checkUnusedHomes(CheckContext& context) {
 }  // namespace
 
 void checkTree(CheckContext& context) {
-    const passwd* account = ::getpwnam(kMailUser);
+    const passwd* account = find_user(kMailUser);
     const passwd user = *account;  // later look-ups overwrite what this one points at
     checkRights(context, kStorage, "", mailRoot(), kMailUser, kMailUser, 0755);
     {

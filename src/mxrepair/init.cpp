@@ -81,15 +81,6 @@ struct Directory {
     mode_t mode;
 };
 
-bool accountExists(const char* user) {
-    const passwd* found = nullptr;
-    do {
-        errno = 0;
-        found = ::getpwnam(user);
-    } while (found == nullptr && errno == EINTR);
-    return found != nullptr;
-}
-
 /// The directory of lock files.
 Directory lockDirectory() {
     return {kLockFilesDirectory, kRoot, S_IRWXU};
@@ -161,7 +152,7 @@ void makeStoreDirectories(std::ostream& report) {
 void checkPrerequisites() {
     std::string missing;
     for (const char* user : {kMailUser, kPostfixUser}) {
-        if (!accountExists(user)) {
+        if (find_user(user) == nullptr) {
             missing += std::string("\n  the user ") + user;
         }
     }

@@ -186,7 +186,7 @@ void MapCopy::complete() {
 
 void MapCopy::arm() {
     if (drafted_) {
-        if (::rename(draftPath(table_).c_str(), copyPath(table_).c_str()) == -1) {
+        if (retryInterrupted([this] { return ::rename(draftPath(table_).c_str(), copyPath(table_).c_str()); }) == -1) {
             fail("unable to copy the lookup table to", draftPath(table_));
         }
         drafted_ = false;
@@ -212,7 +212,7 @@ bool putMapCopyBack(const std::string& table) {
     }
     // A rebuild that outlived its command has to end before.
     const LockedMap map(table, LOCK_EX);
-    if (::rename(copyPath(table).c_str(), mapFile(table).c_str()) == -1) {
+    if (retryInterrupted([&] { return ::rename(copyPath(table).c_str(), mapFile(table).c_str()); }) == -1) {
         fail("unable to put back", copyPath(table));
     }
     kavro_log(KAVRO_LOG_WARNING, "The rebuild of the lookup table %s was interrupted: it is put back as it was before",

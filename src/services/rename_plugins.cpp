@@ -98,7 +98,7 @@ int RenameDomainInServices(const char* old_domain, const char* new_domain) {
         logger(KAVRO_LOG_ERROR, "plugin directory '%s' not exists or not directory", kRenamePluginsDirectory);
         return 1;
     }
-    const kavro::CDirectory directory(::opendir(kRenamePluginsDirectory));
+    const kavro::CDirectory directory = kavro::openDirectory(kRenamePluginsDirectory);
     if (directory == nullptr) {
         logger(KAVRO_LOG_ERROR, "cannot open plugins dir '%s'", kRenamePluginsDirectory);
         return 1;

@@ -51,15 +51,23 @@ int set_user_mode(int directory, const char* name, const char* path, const char*
     return set_perms(directory, name, path, found->pw_uid, found->pw_gid, mode);
 }
 
+/// A file that a signal kept the C library from opening or reading is an account that is not there: it is looked for
+/// once more.
+template <typename LookUp>
+auto find_account(LookUp lookUp) {
+    for (bool again = false;; again = true) {
+        errno = 0;
+        const auto* found = lookUp();
+        if (found != nullptr || (again && errno != EINTR)) {
+            return found;
+        }
+    }
+}
+
 }  // namespace
 
 const passwd* find_user(const char* name) {
-    const passwd* user = nullptr;
-    do {
-        errno = 0;
-        user = ::getpwnam(name);
-    } while (user == nullptr && errno == EINTR);
-    return user;
+    return find_account([name] { return ::getpwnam(name); });
 }
 
 int kavro_getpw(const char* name, uid_t* uid, gid_t* gid, char** home) {
@@ -93,11 +101,7 @@ unsigned kavro_ugid(const char* name, int which) {
 }
 
 int kavro_getgr(const char* name, gid_t* gid) {
-    const group* found = nullptr;
-    do {
-        errno = 0;
-        found = ::getgrnam(name);
-    } while (found == nullptr && errno == EINTR);
+    const group* found = find_account([name] { return ::getgrnam(name); });
     if (found == nullptr) {
         return -1;
     }

@@ -7,7 +7,7 @@
 /// The account that owns the mail storage.
 inline constexpr const char* kMailUser = "popuser";
 
-/// getpwnam(3), repeated while a signal interrupts it. Null, with errno 0 when there is no such user. The record is the
+/// getpwnam(3), which signals do not interrupt. Null, with errno 0 when there is no such user. The record is the
 /// C library's own and lives until the next look-up.
 const passwd* find_user(const char* name);
 /// Fills the outputs that are not null; `home` is newly allocated. 0, or -1, reported, for an unknown user.

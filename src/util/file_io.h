@@ -27,6 +27,16 @@ struct DirectoryCloser {
 };
 using CDirectory = std::unique_ptr<DIR, DirectoryCloser>;
 
+/// Opens a directory. Null with errno.
+inline CDirectory openDirectory(const char* path) noexcept {
+    for (;;) {
+        CDirectory directory(::opendir(path));
+        if (directory != nullptr || errno != EINTR) {
+            return directory;
+        }
+    }
+}
+
 /// Opens a directory named relative to another, never through a link in its place. Null with errno.
 inline CDirectory openDirectoryAt(int parent, const char* name) noexcept {
     const int fd =

@@ -57,7 +57,7 @@ std::chrono::milliseconds age_of(pid_t id) {
 /// Calls `visit` for each process that runs `path`, until that answers false.
 template <typename Visit>
 void visit_processes(const char* path, Visit visit) {
-    const kavro::CDirectory proc(::opendir("/proc"));
+    const kavro::CDirectory proc = kavro::openDirectory("/proc");
     if (proc == nullptr) {
         return;
     }

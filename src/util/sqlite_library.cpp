@@ -70,6 +70,17 @@ int sync_file(sqlite3_file* file, int flags) {
     }
 }
 
+/// The read lock is what stays after a change that was committed or rolled back. A lock that cannot be lowered is no
+/// failure of that change: it goes with the connection.
+int unlock_file(sqlite3_file* file, int level) {
+    const int result = methods_below(file)->xUnlock(file, level);
+    if (result == SQLITE_OK || level != SQLITE_LOCK_SHARED) {
+        return result;
+    }
+    kavro_log(KAVRO_LOG_WARNING, "A database's lock cannot be lowered: %s", std::strerror(errno));
+    return SQLITE_OK;
+}
+
 int close_file(sqlite3_file* file) {
     std::erase_if(openDatabases, [file](const OpenDatabase& database) { return database.file == file; });
     return methods_below(file)->xClose(file);
@@ -81,6 +92,7 @@ void take_over(sqlite3_file* file, FileMethods& methods) {
     methods.below = file->pMethods;
     methods.iVersion = 1;
     methods.xSync = sync_file;
+    methods.xUnlock = unlock_file;
     methods.xClose = close_file;
     file->pMethods = &methods;
 }

@@ -1,4 +1,4 @@
-// The two paths and their styles.
+// The places of each style; a path that is set is copied and kept as long as the process lives.
 #include "auth/auth_paths.h"
 
 #include <array>

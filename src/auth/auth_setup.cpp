@@ -1,4 +1,4 @@
-// Creation of database and key, and their owners and modes.
+// Both files are made whole under other names, with owner and mode, and then renamed into place.
 #include "auth/auth_setup.h"
 
 #include <fcntl.h>
@@ -57,7 +57,7 @@ std::string directory_of(const char* path) {
 }
 
 /// Creates the directory of a database or key with all missing parents. 0, or -1, logged.
-int create_dbpath(const char* path) try {
+int create_db_path(const char* path) try {
     const std::string directory = directory_of(path);
     if (make_dir_p(directory.c_str(), kNewDirectoryMode, static_cast<uid_t>(-1), static_cast<gid_t>(-1)) == -1) {
         kavro_log(KAVRO_LOG_CRITICAL, "recursive mkdir(%s) failed: %s", directory.c_str(), std::strerror(errno));
@@ -207,7 +207,7 @@ void kavro::auth::removeDrafts() {
 }
 
 int mailAuthDBInit() {
-    if (create_dbpath(mailAuthDB) == -1) {
+    if (create_db_path(mailAuthDB) == -1) {
         return -1;
     }
     remove_file(mailAuthDB);
@@ -229,7 +229,7 @@ int mailAuthDBInit() {
 }
 
 int mailAuthKeyInit() {
-    if (create_dbpath(mailAuthKey) == -1) {
+    if (create_db_path(mailAuthKey) == -1) {
         return -1;
     }
     remove_file(mailAuthKey);

@@ -1,4 +1,4 @@
-// Decides where session mail data comes from, and fills it from the command line.
+// Standard input is read when asked for, or when the command needs data and its lists hold none.
 #include "frontend/mail_db_options.h"
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Declaration and parsing of a command's options.
+// Boost.Program_options without its guessing of abbreviated names; mandatory options are looked for after --help.
 #include "frontend/program_options_helper.h"
 
 #include <boost/program_options/parsers.hpp>

@@ -1,4 +1,5 @@
-// Runs of postmap(1), the one tool that reads and writes lookup tables. For use inside this folder.
+// Runs of postmap(1), the one tool that reads and writes lookup tables. Outside this folder it is run by what makes and
+// what restores whole tables.
 #pragma once
 
 #include <string>

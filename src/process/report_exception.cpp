@@ -1,4 +1,4 @@
-// Names in readable form, and the last words about an exception that nobody handled.
+// Names by the C++ ABI, and the last words.
 #include "process/report_exception.h"
 
 #include <cxxabi.h>

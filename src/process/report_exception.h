@@ -1,4 +1,5 @@
-// What is told of an exception that nobody handled, on kavro::uerr, and the call stack that exceptions can carry.
+// What is told of an exception that nobody handled, on kavro::uerr; names of types in readable form, and the call stack
+// that exceptions can carry.
 #pragma once
 
 #include <array>

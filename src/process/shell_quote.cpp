@@ -1,4 +1,4 @@
-// Quoting of strings for a POSIX shell, driven by one table.
+// One table says of each character how it is quoted.
 #include "process/shell_quote.h"
 
 // Sixteen characters a line, from code 0 on.

@@ -1,4 +1,4 @@
-// Editing of .qmail delivery files.
+// The home is opened first, without following links; then the file in it is edited line by line, or emptied and written.
 #include "storage/dotqmail.h"
 
 #include <fcntl.h>

@@ -1,4 +1,5 @@
-// Look-ups of system users and groups; owner and mode of a file.
+// Owner and mode are set on a descriptor that was opened without following links: the program works in trees that the
+// mail user can write.
 #include "util/accounts.h"
 
 #include <fcntl.h>
@@ -16,8 +17,7 @@
 
 namespace {
 
-/// Opens a file to change its owner and mode, and never what a link in its place points at: the program works in trees
-/// that the mail user can write. -1 with errno, ELOOP for a symbolic link.
+/// -1 with errno, ELOOP for a symbolic link.
 int open_without_following(int directory, const char* name) {
     return kavro::retryInterrupted(
         [=] { return ::openat(directory, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); });

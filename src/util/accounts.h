@@ -1,4 +1,4 @@
-// Look-ups of system users and groups; owner and mode of files and trees.
+// Look-ups of system users and groups; owner and mode of files.
 #pragma once
 
 #include <pwd.h>

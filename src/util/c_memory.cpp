@@ -1,5 +1,4 @@
-// Null-terminated arrays of allocated strings; reading of a whole stream, of any kind and size, in time and memory
-// linear in its length.
+// A whole stream is read in time and memory linear in its length, whatever it is.
 #include "util/c_memory.h"
 
 #include <poll.h>

@@ -1,4 +1,4 @@
-// Internationalised domain names: the plain conversions, and the wrappers that throw.
+// What libidn answers: kept for readers of idn_errno by the plain functions, thrown by the others.
 #include "util/idn.h"
 
 #include <idna.h>

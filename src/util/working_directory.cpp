@@ -1,4 +1,4 @@
-// The scoped working directory.
+// The way back goes by fchdir(2). The destructor takes it too, but cannot tell of a failure.
 #include "util/working_directory.h"
 
 #include <fcntl.h>

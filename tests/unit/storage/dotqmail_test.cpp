@@ -55,6 +55,9 @@ TEST_F(DotqmailTest, KeepsOneLinePerDirective) {
     EXPECT_EQ(readFile(file), "| true\n" + lda + "&B@xn--bcher-kva.test\n&a@example.org\n");
     writeFile(file, "./Maildir/\n./Maildir/x\n| /usr/bin/deliverquota ./Maildir\n" + readFile(file));
     run("chown 0:0 " + file.string() + "; chmod 644 " + file.string());
+    EXPECT_EQ(dotqmail_remove_delivery_strings(file.c_str()), 0);
+    EXPECT_EQ(describe(file), "100644 root");
+    writeFile(file, readFile(file) + lda);
     EXPECT_EQ(remove_mailname_delivery("info", "example.com"), 0);
     EXPECT_EQ(readFile(file), "./Maildir/x\n| true\n&B@xn--bcher-kva.test\n&a@example.org\n");
     EXPECT_EQ(describe(file), "100600 popuser");

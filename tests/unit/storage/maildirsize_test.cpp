@@ -43,6 +43,9 @@ TEST_F(MaildirsizeTest, WritesLimitsLessAttachmentsAndTheUsageCounted) {
     append_session_mail(sj_get_dummy_parser(nullptr), session_mail_db_info)->name = "info";
     manager.setDefaultMailboxQuota("example.com", 9000 + filled);
     EXPECT_EQ(quotaFile().substr(0, 6), "9000S,");
+    manager.removeDefaultMailboxQuota("example.com");
+    EXPECT_EQ(quotaFile().substr(0, 3), "0S,");
+    manager.setDomainQuota("example.com", 9000 + filled);
     manager.removeDomainQuota("example.com");
     EXPECT_EQ(quotaFile().substr(0, 3), "0S,");
     free_session_mail_db_info();

@@ -81,6 +81,19 @@ manual() {
     _mxadmin || true
     same "$command completed" "$options" "$(printf '%s\n' "${COMPREPLY[@]%=}" | sort)"
   done
+  same "lint of the manual pages" "" \
+    "$(mandoc -T lint "$BATS_TEST_DIRNAME"/../../docs/*.8 | grep -vE 'not found: Xr mx(admin|repair|deliver|checkpassword) 8')"
+}
+
+@test "each program's completion is loaded by its name in a bash and a zsh" {
+  cd "$BATS_TEST_DIRNAME/../.." && . scripts/lib/completion.bash
+  install -m 0644 debian/completions/_* /usr/share/zsh/vendor-completions
+  for shell in bash zsh; do
+    while read -r program line word; do
+      install -m 0644 debian/completions/$program.bash /usr/share/bash-completion/completions/$program
+      offers $shell "$program $line" $word
+    done <<<$'mxadmin --add-dom --add-domain-alias\nmxrepair -- --restore\nmxcheckpassword -- --authpipe\nmxdeliver -- --recipient'
+  done
 }
 
 @test "bad options are told on both streams with the command's usage, bad names as fatal errors; nothing is touched" {

@@ -298,8 +298,9 @@ void changeKeys(NodeState& node, Report& report) {
 /// What is not for this command to make or to remove.
 void printRest(NodeState& node, std::ostream& out) {
     node.query(
-        "SELECT m.domain, m.name FROM doc_mail m WHERE NOT EXISTS(SELECT 1 FROM user u WHERE u.domain=m.domain"
-        " AND u.name=m.name) ORDER BY m.domain, m.name",
+        "SELECT m.domain, m.name, EXISTS(SELECT 1 FROM home h WHERE h.domain=m.domain AND h.name=m.name)"
+        " FROM doc_mail m WHERE NOT EXISTS(SELECT 1 FROM user u WHERE u.domain=m.domain AND u.name=m.name)"
+        " ORDER BY m.domain, m.name",
         {}, [&](const SqliteStatement& row) {
             // A home that was not there delivers now.
             if (row.number(2) == 0 || delivers(row.text(0), row.text(1))) {

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "mxcheckpassword/account.h"
-#include "mxcheckpassword/faces.h"
+#include "mxcheckpassword/protocols.h"
 #include "mxcheckpassword/secret_input.h"
 
 namespace mxcheckpassword {

@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "mxcheckpassword/account.h"
-#include "mxcheckpassword/faces.h"
+#include "mxcheckpassword/protocols.h"
 #include "mxcheckpassword/secret_input.h"
 #include "process/system_error.h"
 

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "auth/auth_paths.h"
-#include "mxcheckpassword/faces.h"
+#include "mxcheckpassword/protocols.h"
 #include "util/log.h"
 
 namespace mxcheckpassword {

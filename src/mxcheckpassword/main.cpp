@@ -7,7 +7,7 @@
 #include <iostream>
 
 #include "mxcheckpassword/command_line.h"
-#include "mxcheckpassword/faces.h"
+#include "mxcheckpassword/protocols.h"
 #include "process/start_state.h"
 #include "util/log.h"
 

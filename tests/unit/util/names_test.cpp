@@ -2,7 +2,6 @@
 #include "util/names.h"
 
 #include <gmock/gmock.h>
-#include <idna.h>
 
 #include "util/c_memory.h"
 #include "util/idn.h"
@@ -56,8 +55,6 @@ TEST(Idn, ConvertsTheDomainAndNothingElse) {
 
 TEST(Idn, ReportsWhatCannotBeConverted) {
     const std::string tooLong(64, 'a');
-    EXPECT_EQ(idn_toascii(tooLong.c_str()), nullptr);
-    EXPECT_EQ(idn_errno, IDNA_INVALID_LENGTH);
     EXPECT_THAT([&] { kavro::idn::toAscii(tooLong); },
                 ::testing::ThrowsMessage<kavro::idn::IdnaError>("Invalid length"));
     EXPECT_EXIT(idn_toascii_safe(tooLong.c_str()), ::testing::ExitedWithCode(1),

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <boost/program_options.hpp>
 #include <exception>
@@ -56,7 +57,8 @@ constexpr const char* kUsage =
     "  --wait-stdin   reads session documents, any number one after another, from standard input,\n"
     "                 and compares their domains with them\n"
     "  --finish-rename=OLD:NEW, --undo-rename=OLD:NEW\n"
-    "                 does what is left of a mxadmin --rename-domain that was killed, or takes it back\n";
+    "                 does what is left of a mxadmin --rename-domain that was killed, or takes it back;\n"
+    "                 with addresses it does what is left of a --rename-mailname\n";
 
 /// A word of the command line that says what is to be done.
 struct Mode {
@@ -154,12 +156,34 @@ std::string domainName(const std::string& given) {
     return name;
 }
 
-RenamedDomain renamedDomain(const std::string& given) {
+/// A domain, or the address of a mailname.
+std::string domainOrAddress(const std::string& given) {
+    const std::string::size_type at = given.rfind('@');
+    if (at == std::string::npos) {
+        return domainName(given);
+    }
+    std::string name = given.substr(0, at);
+    if (is_mailname_valid(name.c_str()) == 0) {
+        throw UsageError("'" + given + "' is not an address");
+    }
+    ascii_lower(name.data());
+    return name + '@' + domainName(given.substr(at + 1));
+}
+
+Renamed renamed(const std::string& given) {
     const std::string::size_type colon = given.find(':');
     if (colon == std::string::npos) {
         throw UsageError("'" + given + "' is not of the form OLD:NEW");
     }
-    return {domainName(given.substr(0, colon)), domainName(given.substr(colon + 1))};
+    const Renamed names{domainOrAddress(given.substr(0, colon)), domainOrAddress(given.substr(colon + 1))};
+    if (names.oldName == names.newName) {
+        throw UsageError("both names of '" + given + "' are one");
+    }
+    const auto domainPart = [](const std::string& name) { return name.substr(std::min(name.find('@'), name.size())); };
+    if (domainPart(names.oldName) != domainPart(names.newName)) {
+        throw UsageError("'" + given + "' is no rename of a domain, nor of a mailname within one");
+    }
+    return names;
 }
 
 Options readOptions(const Mode& mode, const po::variables_map& values) {
@@ -176,10 +200,13 @@ Options readOptions(const Mode& mode, const po::variables_map& values) {
     options.json = given("json", mode.takesJson);
     options.waitStdin = given("wait-stdin", mode.takesDocuments);
     if (given("finish-rename", mode.takesRename)) {
-        options.finish = renamedDomain(values["finish-rename"].as<std::string>());
+        options.finish = renamed(values["finish-rename"].as<std::string>());
     }
     if (given("undo-rename", mode.takesRename)) {
-        options.undo = renamedDomain(values["undo-rename"].as<std::string>());
+        options.undo = renamed(values["undo-rename"].as<std::string>());
+        if (options.undo.oldName.find('@') != std::string::npos) {
+            throw UsageError("the rename of a mailname is not taken back: finish it, and rename it back");
+        }
     }
     if (mode.takesArgument) {
         options.argument = values[mode.option].as<std::string>();

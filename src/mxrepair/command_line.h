@@ -11,8 +11,8 @@ inline constexpr int kFailure = 1;
 inline constexpr int kFindings = 1;
 inline constexpr int kCouldNotLook = 2;
 
-/// OLD:NEW; both empty when not given.
-struct RenamedDomain {
+/// OLD:NEW, two domains or two addresses in one; both empty when not given.
+struct Renamed {
     std::string oldName;
     std::string newName;
 };
@@ -21,8 +21,8 @@ struct Options {
     std::string domain;      ///< --domain: lower case, ASCII; empty: all
     bool json = false;       ///< --json
     bool waitStdin = false;  ///< --wait-stdin: session documents come on standard input
-    RenamedDomain finish;    ///< --finish-rename, of --fix
-    RenamedDomain undo;      ///< --undo-rename, of --fix
+    Renamed finish;          ///< --finish-rename, of --fix
+    Renamed undo;            ///< --undo-rename, of --fix: of domains
     std::string argument;    ///< the mode's own argument, for modes that take one
 };
 

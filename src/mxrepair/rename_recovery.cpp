@@ -15,6 +15,7 @@
 #include "mxrepair/node_state.h"
 #include "postfix/backend_operations.h"
 #include "postfix/domain_manager.h"
+#include "postfix/mailname_manager.h"
 #include "postfix/record_filters.h"
 #include "postfix/rename_transaction.h"
 #include "postfix/tables.h"
@@ -33,14 +34,21 @@ using namespace kavro::mail::postfix;
 
 constexpr std::size_t kHostNameSize = 65;
 
-/// True when the storage has the new name already. Throws unless exactly one of both has it.
-bool storageMoved(const std::string& oldDomain, const std::string& newDomain) {
+bool hasStorage(const std::string& name) {
     MaildirManager& storage = MaildirManager::getInstance();
-    const bool oldThere = fs::exists(fs::symlink_status(storage.getDomainRoot(oldDomain)));
-    const bool newThere = fs::exists(fs::symlink_status(storage.getDomainRoot(newDomain)));
+    const std::string::size_type at = name.find('@');
+    return fs::exists(fs::symlink_status(at == std::string::npos
+                                             ? storage.getDomainRoot(name)
+                                             : storage.getMailnameHome(name.substr(at + 1), name.substr(0, at))));
+}
+
+/// True when the storage has the new name already. Throws unless exactly one of both has it.
+bool storageMoved(const std::string& oldName, const std::string& newName) {
+    const bool oldThere = hasStorage(oldName);
+    const bool newThere = hasStorage(newName);
     if (oldThere == newThere) {
-        throw std::runtime_error((oldThere ? "both " : "neither ") + oldDomain + (oldThere ? " and " : " nor ") +
-                                 newDomain + (oldThere ? " have" : " has") + " storage: no rename was cut short here");
+        throw std::runtime_error((oldThere ? "both " : "neither ") + oldName + (oldThere ? " and " : " nor ") +
+                                 newName + (oldThere ? " have" : " has") + " storage: no rename was cut short here");
     }
     return newThere;
 }
@@ -172,9 +180,7 @@ void tellForeign(NodeState& node, const OwnNames& own) {
                });
 }
 
-}  // namespace
-
-void finishRename(const std::string& oldDomain, const std::string& newDomain) {
+void finishDomain(const std::string& oldDomain, const std::string& newDomain) {
     if (!storageMoved(oldDomain, newDomain)) {
         // What is renamed already has nothing left for the filters to change.
         mxadmin_commands::renameDomain(oldDomain, newDomain);
@@ -185,6 +191,32 @@ void finishRename(const std::string& oldDomain, const std::string& newDomain) {
         throw std::runtime_error("unable to rename some of services");
     }
     moveHandlers(oldDomain, newDomain);
+}
+
+/// The login stays, whether the command was given a password or not.
+void finishMailname(const std::string& oldAddress, const std::string& newAddress) {
+    const std::string::size_type at = oldAddress.find('@');
+    const std::string domain = oldAddress.substr(at + 1);
+    const std::string oldName = oldAddress.substr(0, at);
+    const std::string newName = newAddress.substr(0, newAddress.find('@'));
+    if (!storageMoved(oldAddress, newAddress)) {
+        MailnameManager::renameMailname(domain, oldName, newName);
+    }
+    mailAuthDBSelectStyle(kPostfixStyle);
+    if (mailAuthRename(oldName.c_str(), newName.c_str(), domain.c_str()) != 0 ||
+        mh_db_move(oldName.c_str(), domain.c_str(), newName.c_str(), domain.c_str()) == -1) {
+        throw std::runtime_error("cannot move the login and the handlers of " + oldAddress);
+    }
+}
+
+}  // namespace
+
+void finishRename(const std::string& oldName, const std::string& newName) {
+    if (oldName.find('@') != std::string::npos) {
+        finishMailname(oldName, newName);
+    } else {
+        finishDomain(oldName, newName);
+    }
 }
 
 void undoRename(const std::string& oldDomain, const std::string& newDomain) {

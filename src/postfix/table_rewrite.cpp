@@ -90,11 +90,8 @@ AutocleanOFStream::AutocleanOFStream(const std::string& path) : path_(path) {
         setstate(std::ios::failbit);
         return;
     }
-    // The standard stream itself opens by name only, and not exclusively. It asks fcntl(2) for the descriptor's flags.
-    do {
-        errno = 0;
-        static_cast<std::filebuf&>(*rdbuf()) = __gnu_cxx::stdio_filebuf<char>(fd, std::ios::out, kBufferSize);
-    } while (!is_open() && errno == EINTR);
+    // The standard stream itself opens by name only, and not exclusively.
+    static_cast<std::filebuf&>(*rdbuf()) = __gnu_cxx::stdio_filebuf<char>(fd, std::ios::out, kBufferSize);
     if (!is_open()) {
         ::close(fd);
         setstate(std::ios::failbit);

@@ -66,9 +66,9 @@ public:
         return edit(lines, action);
     }
 
-    /// Opens for writing and empties it. Null with errno; a link or anything but a file is refused, because whatever
+    /// Opens for writing and empties it. None, with errno; a link or anything but a file is refused, because whatever
     /// runs as the mail user could have put it there.
-    kavro::CFile openEmptied() const {
+    kavro::QuietFdOwner openEmptied() const {
         errno = openError_;
         kavro::QuietFdOwner fd(home_.empty() ? -1 : retryInterrupted([this] {
             return ::openat(home_.get(), name_.c_str(),
@@ -76,20 +76,16 @@ public:
         }));
         struct stat status;
         if (fd.empty() || ::fstat(fd.get(), &status) == -1) {
-            return nullptr;
+            return {};
         }
         if (!S_ISREG(status.st_mode)) {
             errno = EINVAL;
-            return nullptr;
+            return {};
         }
         if (retryInterrupted([&] { return ::ftruncate(fd.get(), 0); }) == -1) {
-            return nullptr;
+            return {};
         }
-        kavro::CFile stream(::fdopen(fd.get(), "wt"));
-        if (stream != nullptr) {
-            fd.release();
-        }
-        return stream;
+        return fd;
     }
 
     /// Keeps errno.
@@ -136,19 +132,13 @@ kavro::CString forward_line(const char* address, const char* ending) {
 
 int dotqmail_reset(const char* path) {
     const DeliveryFile file(path);
-    kavro::CFile stream = file.openEmptied();
-    if (stream == nullptr) {
+    kavro::QuietFdOwner fd = file.openEmptied();
+    if (fd.empty()) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to open '%s': %s", path, std::strerror(errno));
         return -1;
     }
-    const bool written = std::fputs(kNoDeliveryLine, stream.get()) >= 0 && std::fflush(stream.get()) == 0;
-    const int writeError = errno;
-    // Whatever close(2) answers to a signal, Linux has closed.
-    const bool closed = std::fclose(stream.release()) == 0 || errno == EINTR;
-    if (!closed || !written) {
-        if (!written) {
-            errno = writeError;
-        }
+    constexpr std::string_view text = kNoDeliveryLine;
+    if (kavro::writeAll(fd.get(), text.data(), text.size()) != text.size() || fd.close_nothrow() == -1) {
         file.remove();
         kavro_log(KAVRO_LOG_ERROR, "Unable to write to '%s': %s", path, std::strerror(errno));
         return -1;

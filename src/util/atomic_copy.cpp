@@ -41,7 +41,12 @@ bool copy_contents(int from, int to) {
 class TemporaryFile {
 public:
     explicit TemporaryFile(const char* target)
-        : name_(std::string(target) + ".XXXXXX"), fd_(::mkostemp(name_.data(), O_CLOEXEC)), exists_(!fd_.empty()) {}
+        : fd_(retryInterrupted([&] {
+              // A failed try has used the pattern up.
+              name_.assign(target).append(".XXXXXX");
+              return ::mkostemp(name_.data(), O_CLOEXEC);
+          })),
+          exists_(!fd_.empty()) {}
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
     ~TemporaryFile() {

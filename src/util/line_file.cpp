@@ -26,6 +26,7 @@ using kavro::retryInterrupted;
 
 constexpr mode_t kNewFileMode = 0600;
 constexpr mode_t kPermissionBits = 07777;
+constexpr std::size_t kBufferSize = 4096;
 
 /// The text of a line without its newline.
 std::string_view without_newline(std::string_view line) {
@@ -42,10 +43,6 @@ bool is_one_of(std::string_view line, const char* const* lines) {
         }
     }
     return false;
-}
-
-bool put(std::FILE* to, std::string_view text) {
-    return std::fwrite(text.data(), 1, text.size(), to) == text.size();
 }
 
 /// Reports and answers -1, with errno as it was.
@@ -110,18 +107,23 @@ private:
     int openCopy() {
         // What an interrupted edit left, or somebody planted, is never written through.
         removeCopy();
-        kavro::QuietFdOwner fd(retryInterrupted([this] {
+        copy_ = kavro::QuietFdOwner(retryInterrupted([this] {
             return ::openat(directory_, copyName_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                             kNewFileMode);
         }));
-        if (!fd.empty()) {
-            copy_.reset(::fdopen(fd.get(), "w"));
-        }
-        if (copy_ == nullptr) {
-            return failed("Unable to open file %s: %s\n", copyPath_.c_str());
-        }
-        fd.release();
-        return 0;
+        return copy_.empty() ? failed("Unable to open file %s: %s\n", copyPath_.c_str()) : 0;
+    }
+
+    /// Not by a stream of the C library, which drops what it was writing when a signal comes. False with errno.
+    bool put(std::string_view text) {
+        text_ += text;
+        return text_.size() < kBufferSize || flush();
+    }
+
+    bool flush() {
+        const bool written = kavro::writeAll(copy_.get(), text_.data(), text_.size()) == text_.size();
+        text_.clear();
+        return written;
     }
 
     int writeCopy() {
@@ -129,7 +131,7 @@ private:
             return -1;
         }
         for (const char* const* line = lines_; !removing_ && *line != nullptr; ++line) {
-            if (!put(copy_.get(), without_newline(*line)) || std::fputc('\n', copy_.get()) == EOF) {
+            if (!put(without_newline(*line)) || !put("\n")) {
                 messlog2(0, 0, "cannot write a line to %s.tmp", path_.c_str());
                 return -1;
             }
@@ -149,7 +151,7 @@ private:
                 continue;
             }
             complete = line.back() == '\n';
-            if (!put(copy_.get(), line)) {
+            if (!put(line)) {
                 result = failed("Unable to fputs to file %s: %s\n", copyPath_.c_str());
             }
         }
@@ -157,7 +159,7 @@ private:
         if (result == 0 && std::feof(original_.get()) == 0) {
             return failed("Unable to open file %s: %s\n", path_.c_str());
         }
-        if (result == 0 && !removing_ && !complete && std::fputc('\n', copy_.get()) == EOF) {
+        if (result == 0 && !removing_ && !complete && !put("\n")) {
             return failed("Unable to fputs to file %s: %s\n", copyPath_.c_str());
         }
         return result;
@@ -168,11 +170,10 @@ private:
         if (original_ == nullptr) {
             return 0;
         }
-        const int fd = ::fileno(copy_.get());
-        if (retryInterrupted([&] { return ::fchown(fd, status_.st_uid, status_.st_gid); }) == -1) {
+        if (retryInterrupted([&] { return ::fchown(copy_.get(), status_.st_uid, status_.st_gid); }) == -1) {
             return failed("file_str: ERROR: Unable to chown file %s: %s", copyPath_.c_str());
         }
-        if (retryInterrupted([&] { return ::fchmod(fd, status_.st_mode & kPermissionBits); }) == -1) {
+        if (retryInterrupted([&] { return ::fchmod(copy_.get(), status_.st_mode & kPermissionBits); }) == -1) {
             return failed("file_str: ERROR: Unable to chmod file %s: %s", copyPath_.c_str());
         }
         return 0;
@@ -181,15 +182,8 @@ private:
     /// Writes that were kept in the buffer fail here at the latest. The copy reaches the disk before its name does: a
     /// system that stops meanwhile has the old text or the new one.
     int closeCopy() {
-        bool written = std::fflush(copy_.get()) == 0;
-        written = written && retryInterrupted([this] { return ::fsync(::fileno(copy_.get())); }) == 0;
-        const int error = errno;
-        const bool closed = std::fclose(copy_.release()) == 0 || errno == EINTR;
-        if (written && closed) {
+        if (flush() && retryInterrupted([this] { return ::fsync(copy_.get()); }) == 0 && copy_.close_nothrow() == 0) {
             return 0;
-        }
-        if (!written) {
-            errno = error;
         }
         return failed("Unable to close file %s: %s\n", copyPath_.c_str());
     }
@@ -216,7 +210,8 @@ private:
     std::string copyName_;
     struct stat status_ {};
     kavro::CFile original_;
-    kavro::CFile copy_;
+    kavro::QuietFdOwner copy_;
+    std::string text_;  ///< of the copy, not yet written
 };
 
 }  // namespace

@@ -6,7 +6,7 @@ injection, of the program itself or of the postmap runs that it starts, until a 
 calls are left out. Kinds of sweeps: fail, interrupt (EINTR, which must not be seen), kill, and undo: killed renames, taken
 back. Prints a table as it goes; status 1 when anything was wrong.
 
-    sweep.py [--sweep=fail,interrupt,kill,undo] [--who=self,postmap] [--command=WORDS] [--kind=openat,...] [--every=K] [-v]
+    sweep.py [--sweep=fail,interrupt,kill,undo] [--who=self,postmap] [--command=REGEX] [--kind=openat,...] [--every=K] [-v]
 """
 import argparse
 import collections
@@ -46,9 +46,12 @@ CHANGING = ["write", "pwrite64", "fsync", "fdatasync", "ftruncate", "openat", "r
             "unlink", "unlinkat", "mkdir", "mkdirat", "chown", "fchown", "fchownat", "chmod", "fchmod", "fchmodat",
             "clone", "copy_file_range"]
 INTERRUPTIBLE = [kind for kind in KINDS if kind not in ("clone", "vfork", "execve", "mmap", "pipe2", "getdents64")]
+# Calls that cannot fail so.
+IMPOSSIBLE = {("fail", "postmap"): r"read\(0,|write\([12],", ("interrupt", "self"): r"fcntl\((?!.*SETLK)"}
 
 ALIAS = "--domain-name=d.test --domain-alias-name="
 NAME = "--domain-name=d.test --mailname="
+
 HOST = "sandbox.mail.test"
 RENAME = "--rename-domain --old-domain-name={} --new-domain-name={}"
 COMMANDS = [  # words, and "p" for a password, "d" for a document, "a" for all or nothing, "h" when d.test bears the host's name
@@ -159,9 +162,9 @@ def state():
         if digest not in DUMPS:
             DUMPS[digest] = records(table)
         lines |= DUMPS[digest]
-    lines |= {"auth: " + row for row in rows(TABLES + "/passwd.db", """SELECT u.name || '@' || d.name,
-        CASE WHEN userPassword LIKE '$AES%' THEN 'encrypted' ELSE userPassword END, cmusaslsecretPLAIN, u.status, d.status
-        FROM domains d LEFT JOIN users u ON u.dom_id = d.id""")}
+    lines |= {"auth: " + row for row in rows(TABLES + "/passwd.db", """SELECT name, status, '', '' FROM domains UNION ALL
+        SELECT u.name || '@' || d.name, CASE WHEN userPassword LIKE '$AES%' THEN 'encrypted' ELSE userPassword END,
+        cmusaslsecretPLAIN, u.status FROM users u LEFT JOIN domains d ON u.dom_id = d.id""")}
     lines |= {"handlers: " + row for row in rows(HANDLERS + "/handlers.db", "SELECT address, name, enabled FROM handlers")}
     for top in STORES:
         for folder, folders, files in os.walk(top):
@@ -233,7 +236,8 @@ def judge_failed(before, after, flags, status, said):
         wrong.append(f"status {status} with {said.strip()[:60]!r}")
     if any("unreadable" in line or "damaged" in line for line in now):
         wrong.append("store unreadable")
-    if stable - now:
+    # A map that cannot be read postmap makes anew by itself: what it held is in the backup.
+    if stable - now and not (status != 0 and "BDB0134 read" in said):
         wrong.append("lost: " + sorted(stable - now)[0])
     # A quota file counted anew, or a directory of a step that was done, lies between the two states.
     surplus = {line for line in now - before - after if not line.startswith("file:")}
@@ -243,7 +247,9 @@ def judge_failed(before, after, flags, status, said):
         wrong.append("left over: " + left[0])
     if status == 0 and now != after:
         gap = {line.split(":")[0] for line in now ^ after}
-        if "WARNING" not in said or gap - {"handlers", "file"}:
+        # A key that cannot be removed is told by its own line alone.
+        warned = "WARNING" in said or said.strip() and all("/etc/domainkeys" in line for line in now ^ after)
+        if not warned or gap - {"handlers", "file"}:
             wrong.append("status 0 without its effect: " + sorted(now ^ after)[0])
     if status != 0 and "a" in flags and now not in (before, after) and not told:
         wrong.append("half done: " + sorted(now ^ before)[0])
@@ -255,8 +261,10 @@ def judge_killed(before, after, words, flags, undo):
     wrong = []
     findings = subprocess.run(["mxrepair", "--check"], capture_output=True, text=True, check=False)
     choice = []
-    if "--rename-domain " in words:
-        choice = [("--undo-rename=" if undo else "--finish-rename=") + ":".join(re.findall(r"domain-name=(\S+)", words))]
+    if "--rename-" in words and "alias" not in words:
+        names = re.findall(r"(?:old|new)-\S+?=(\S+)", words)
+        ending = "@d.test" if "mailname" in words else ""
+        choice = [f"--{'undo' if undo else 'finish'}-rename={names[0]}{ending}:{names[1]}{ending}"]
     # The first pass mends what has one right answer, the second what the caller chose.
     for options in [choice, []] if choice else [[]]:
         fixed = subprocess.run(["mxrepair", "--fix"] + options, capture_output=True, text=True, check=False)
@@ -268,8 +276,9 @@ def judge_killed(before, after, words, flags, undo):
     # A rename that was finished cannot be given again: its old name is gone.
     if undo or not choice:
         status, said = run(words, flags)
-        now = state()
-        if now != after and not ("--rename-mailname " in words and now == before):
+        # A removed domain's tree was moved aside before: it is told, and nobody's but the administrator's to remove.
+        now = {line for line in state() if not ("KavroSaved" in line and "KavroSaved" in findings.stdout)}
+        if now != after:
             wrong.append(f"given again: status {status}, {sorted(now ^ after)[:2]} {said.strip()[-100:]} {fixed.stdout[-200:]}")
     return len(findings.stdout.splitlines()), wrong
 
@@ -286,7 +295,7 @@ def main():
     prepare()
     all_wrong = 0
     for words, flags in COMMANDS:
-        if chosen.command not in words:
+        if not re.search(chosen.command, words):
             continue
         put_back()
         if "h" in flags:
@@ -320,8 +329,9 @@ def main():
                     call = reached()
                     if not call:
                         break
-                    # postmap's standard streams are pipes of ours: there is no disk behind that could fail.
-                    if who == "postmap" and sweep == "fail" and re.match(r"read\(0,|write\([12],", call.group()):
+                    # postmap's standard streams are pipes of ours, with no disk behind that could fail. Only a lock makes
+                    # fcntl wait.
+                    if re.match(IMPOSSIBLE.get((sweep, who), "$"), call.group()):
                         number += 1
                         continue
                     count["runs"] += 1

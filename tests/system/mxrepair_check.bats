@@ -185,6 +185,15 @@ END
       same "$where: $way" "$(cat /tmp/$([ $way = undo ] && echo whole || echo after))" "$(state)"
     done
   done
+  local command="mxadmin --rename-mailname --domain-name=d.test --old-mailname=info --new-mailname=chef"
+  restore whole
+  ZCP_PASSWORD=secret with "$SAMPLE" $command
+  state >/tmp/after
+  restore whole
+  ZCP_PASSWORD=secret with "$SAMPLE" strace -o /dev/null -P $AUTH_DB-journal -e inject=unlink:signal=KILL:when=1 $command
+  same "killed" 137 $status
+  with "" mxrepair --fix --finish-rename=info@d.test:chef@d.test
+  same "a mailname" "0 $(cat /tmp/after)" "$status$err $(state)"
   with "" mxrepair --fix --undo-rename=e.test:f.test
   same "no such domains" "1 mxrepair: neither e.test nor f.test has storage: no rename was cut short here" "$status $err"
 }

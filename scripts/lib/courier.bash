@@ -13,7 +13,7 @@ start_courier() {
   imapd start
   # Ready once it can tell that there is no such account.
   local answer _
-  for _ in $(seq 100); do
+  for _ in $(seq 300); do
     answer=$(authtest nobody@nowhere.invalid 2>&1) || true
     case $answer in *"Operation not permitted"*) return ;; esac
     sleep 0.1

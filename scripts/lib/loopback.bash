@@ -21,10 +21,10 @@ free_port() {
   return 1
 }
 
-# wait_for_server NAME PORT LOG: until it answers (10 s); else shows its log and fails.
+# wait_for_server NAME PORT LOG: until it answers (30 s); else shows its log and fails.
 wait_for_server() {
   local _
-  for _ in $(seq 100); do
+  for _ in $(seq 300); do
     if (exec 3<>"/dev/tcp/127.0.0.1/$2") 2>/dev/null; then return; fi
     sleep 0.1
   done

@@ -63,10 +63,10 @@ reload_postfix() {
   done
 }
 
-# wait_for_mail DIR SUBJECT: the path of the message with that subject in a Maildir, as soon as it is there (10 s).
+# wait_for_mail DIR SUBJECT: the path of the message with that subject in a Maildir, as soon as it is there (30 s).
 wait_for_mail() {
   local file _
-  for _ in $(seq 100); do
+  for _ in $(seq 300); do
     for file in "$1"/new/*; do
       if [ -f "$file" ] && grep -q "^Subject: $2\$" "$file"; then
         printf '%s\n' "$file"

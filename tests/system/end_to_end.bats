@@ -29,10 +29,10 @@ answered() {
   done
   shown "SMTP to $1" "$answer"
 }
-# reads LOGIN PASSWORD SUBJECT: the newest message by IMAP has that subject, as soon as it is delivered (10 s).
+# reads LOGIN PASSWORD SUBJECT: the newest message by IMAP has that subject, as soon as it is delivered (30 s).
 reads() {
   local _
-  for _ in $(seq 50); do
+  for _ in $(seq 150); do
     curl -sS -u "$1:$2" "imap://127.0.0.1:$port/INBOX;MAILINDEX=*" 2>&1 | tr -d '\r' >/tmp/newest
     if grep -q "^Subject: $3\$" /tmp/newest; then
       shown "IMAP as $1" "Subject: $3"

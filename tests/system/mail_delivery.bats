@@ -45,7 +45,7 @@ unknown() { refused "$1" "550 5.1.1 <$1>: Recipient address rejected: User unkno
     mx --add-domain-alias --domain-name=d.test --domain-alias-name=n.test --set-bounce ${text:+"--phrase=$text"}
     rm -f /tmp/bounce
     smtp_send sender@example.org nobody@n.test bounced >/dev/null
-    for _ in $(seq 100); do [ ! -e /tmp/bounce ] || break; sleep 0.1; done
+    for _ in $(seq 300); do [ ! -e /tmp/bounce ] || break; sleep 0.1; done
     same "arguments for <$text>" "${text:+1}"$'\n'"${text//$'\n'/ }|" "$(sed 's/^0$//' /tmp/bounce)"
     mx --del-domain-alias --domain-name=d.test --domain-alias-name=n.test
   done
@@ -56,7 +56,7 @@ unknown() { refused "$1" "550 5.1.1 <$1>: Recipient address rejected: User unkno
   mx --add-domain-alias --domain-name=d.test --domain-alias-name=n.test --set-bounce --phrase='no such'
   : >$POSTFIX_LOG
   smtp_send '' nobody@n.test unanswered >/dev/null
-  for _ in $(seq 100); do ! grep -q 'status=bounced.*no such' $POSTFIX_LOG || break; sleep 0.1; done
+  for _ in $(seq 300); do ! grep -q 'status=bounced.*no such' $POSTFIX_LOG || break; sleep 0.1; done
   grep 'status=bounced.*no such' $POSTFIX_LOG
   until [ "$(postqueue -p)" = 'Mail queue is empty' ]; do sleep 0.1; done
   ! grep "status=.*to=<.*@d.test>\|non-delivery notification" $POSTFIX_LOG

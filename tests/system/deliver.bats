@@ -21,11 +21,12 @@ setup() {
 # qmail LINE...: the delivery file.
 qmail() { printf '%s\n' "$@" >$HOME_DIR/.qmail; }
 
-# deliver [TEXT [SENDER]]: as Postfix does it; status and what was said land in $status and $said.
+# deliver [TEXT [SENDER]]: as Postfix does it, or as $user; status and what was said land in $status and $said. $trace
+# begins the command line.
 deliver() {
   status=0
-  said=$(printf '%b' "${1:-Subject: one\n\nbody\n}" | setpriv --reuid=popuser --regid=popuser --clear-groups \
-    /usr/sbin/mxdeliver --sender="${2-from@x.test}" --recipient=info@d.test 2>&1) || status=$?
+  said=$(printf '%b' "${1:-Subject: one\n\nbody\n}" | setpriv --reuid=${user:-popuser} --regid=popuser --clear-groups \
+    ${trace:-} /usr/sbin/mxdeliver --sender="${2-from@x.test}" --recipient=info@d.test 2>&1) || status=$?
 }
 # outcome STATUS TEXT
 outcome() { same "status and text" "$1 $2" "$status $said"; }
@@ -33,8 +34,9 @@ arrived() { find $MAILDIR/new -type f | wc -l; }
 
 @test "a Maildir line stores the message whole, with its fields, size, owner and mode, and counts it" {
   qmail '# a comment' '' './Maildir/ ' "$HOME_DIR/Maildir/.Spam/"
-  deliver
+  trace="env ASAN_OPTIONS=detect_leaks=0 strace -qq -o /tmp/calls -e trace=fsync,linkat" deliver
   outcome 0 ""
+  same "text, name, directory" "fsync linkat fsync fsync linkat fsync" "$(sed 's/(.*//' /tmp/calls | xargs)"
   local file
   file=$(echo $MAILDIR/new/*)
   same "message" $'Return-Path: <from@x.test>\nDelivered-To: info@d.test\nSubject: one\n\nbody' "$(cat "$file")"
@@ -57,7 +59,7 @@ arrived() { find $MAILDIR/new -type f | wc -l; }
   qmail '| touch ran' ./Maildir/
   deliver "Subject: big\n\n$(printf '%5000s' .)\n"
   outcome 69 "5.2.2 the mailbox is full"
-  [ ! -e $HOME_DIR/ran ] && [ "$(arrived)" = 0 ]
+  [[ ! -e $HOME_DIR/ran && "$(arrived)" = 0 ]]
   printf '%12d%12d\n' 4999 1 >>$MAILDIR/maildirsize
   deliver
   outcome 0 ""
@@ -66,6 +68,12 @@ arrived() { find $MAILDIR/new -type f | wc -l; }
   deliver
   outcome 0 ""
   [ "$(stat -c %s $MAILDIR/maildirsize)" -lt 200 ]
+  printf '5000S\n%12d%12d\n' 4999 1 >$MAILDIR/maildirsize
+  deliver
+  outcome 69 "5.2.2 the mailbox is full"
+  touch -d '1 hour ago' $MAILDIR/maildirsize
+  deliver
+  outcome 0 ""
 }
 
 @test "a program gets the message, its environment and its place; its status decides" {
@@ -114,7 +122,7 @@ info@d.test|from@x.test|info@d.test|info|d.test|$HOME_DIR|$HOME_DIR|0077" "$(cat
     deliver
     [ $status = 75 ] || { echo "$line: $status"; return 1; }
   done
-  [ ! -e $HOME_DIR/ran ] && [ "$(arrived)" = 0 ]
+  [[ ! -e $HOME_DIR/ran && "$(arrived)" = 0 ]]
 }
 
 @test "only the mail user's own files count, no link on the way; never root" {
@@ -144,4 +152,6 @@ info@d.test|from@x.test|info@d.test|info|d.test|$HOME_DIR|$HOME_DIR|0077" "$(cat
   status=0
   said=$(mxdeliver --sender= --recipient=bob@d.test 2>&1 </dev/null) || status=$?
   outcome 75 "4.3.0 never run as root"
+  user=nobody deliver
+  outcome 75 "4.3.0 run by another user than popuser"
 }

@@ -242,13 +242,17 @@ while True: print(log.recv(9000).decode(), file=open("/tmp/syslog", "a"), flush=
   [ "$status$err$out" = 0 ]
   ZCP_PASSWORD=verysecret with "$SAMPLE" mxadmin --set-password --domain-name d.test --mailname=info --mail-addresses=x
   with "" mxadmin --rename-domain --old-domain-name=no.test --new-domain-name=new.test
+  with "$SAMPLE" mxadmin --add-alias --domain-name=d.test --mailname=info --alias ab
   with "" mxadmin --get-mailbox-size --domain-name=d.test --mailname=info
   mxadmin --add-alias --help >/dev/null
+  logger the end
+  until grep -q 'the end' /tmp/syslog; do sleep 0.05; done
   kill $listener
   rm /dev/log
   same "log" "<22> mxadmin: --add-domain --domain-name=D.test status=0 ms
 <22> mxadmin: --set-password --domain-name=d.test --mailname=info status=0 ms
-<22> mxadmin: --rename-domain --old-domain-name=no.test --new-domain-name=new.test status=1 ms" \
+<22> mxadmin: --rename-domain --old-domain-name=no.test --new-domain-name=new.test status=1 ms
+<22> mxadmin: --add-alias --domain-name=d.test --mailname=info --alias=ab status=0 ms" \
     "$(sed -nE 's/^(<[0-9]+>).*(mxadmin)\[[0-9]+\](: --.* ms)=[0-9]+.?$/\1 \2\3/p' /tmp/syslog)"
   ! grep -q verysecret /tmp/syslog
 }

@@ -71,7 +71,7 @@ END
     [[ $status$err == *"$PUT_BACK" ]]
     case $next in
       --add-alias*) same "$next" "+virtual: new@d.test info@d.test" "$(changed)" ;;
-      --add-domain) same "$next" "$ADDED" "$(changed)" && setup ;;
+      --add-domain) same "$next" "$ADDED" "$(changed)"; setup ;;
       *) same "$next" "" "$(changed)" ;;
     esac
   done

@@ -36,6 +36,8 @@ jsonschema.validate(json.load(open("/tmp/json")), json.load(open(sys.argv[1])))'
     mxrepair --show=$name | sed -E 's/  .*(login \w+).*/ \1/'; done | paste -sd,)"
   with "" mxrepair --show=nobody@d.test
   same "unknown" "1 mxrepair: this node does not know nobody@d.test" "$status $err$out"
+  mx --turn-off-domain --domain-name=d.test
+  [[ $(mxrepair --show=d.test) == *disabled* && $(mxrepair --show=d.test --json) == *'"enabled": false'* ]]
   ! mxrepair --list --json | grep -F -e '$AES' -e secret
 }
 
@@ -52,12 +54,14 @@ wreck() {
   remember
   mxrepair --backup=/tmp/backup
   [ "$(stat -c '%a %U' /tmp/backup)" = "700 root" ]
-  ! mxrepair --backup=/tmp/backup
+  ! mxrepair --backup=/tmp/backup || false
   same "nothing changed" "" "$(changes)"
   wreck
   mxrepair --init >/dev/null || true
+  touch $AUTH_DB-journal $TABLES/virtual.db.before # a killed command's, of what is replaced
   with "" mxrepair --restore=/tmp/backup
   [ $status = 0 ]
+  same "left over" "" "$(leftovers)"
   [[ $out == *"replaces $TABLES/virtual.db"* ]]
   same "state" "" "$(changes)"
   same "check" "$checked" "$(mxrepair --check)"
@@ -81,7 +85,7 @@ wreck() {
     (cd /tmp/backup.changed && eval "$change")
     remember
     with "" mxrepair --restore=/tmp/backup.changed
-    [ $status = 1 ] && [ -n "$err" ]
+    [[ $status = 1 && -n $err ]]
     same "$change" "" "$(changes)"
   done
 }

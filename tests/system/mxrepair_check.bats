@@ -93,7 +93,7 @@ END
   sql $AUTH_DB "PRAGMA cache_size=1; BEGIN; UPDATE users SET status=1; UPDATE domains SET status=1;
     CREATE TABLE filler AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT 200)
       SELECT i, randomblob(900) FROM n;" ".shell cp -p $AUTH_DB /tmp/torn; cp -p $AUTH_DB-journal /tmp/journal"
-  ! cmp -s /tmp/whole /tmp/torn
+  ! cmp -s /tmp/whole /tmp/torn || false
   cat /tmp/torn >$AUTH_DB
   cp -p /tmp/journal $AUTH_DB-journal
   with "" mxrepair --check

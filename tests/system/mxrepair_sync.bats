@@ -52,7 +52,7 @@ END
   with "$(document off.test)" mxadmin --add-domain --domain-name=off.test
   sql $AUTH_DB "INSERT INTO domains (name) VALUES ('off.test')"
   with "$(document off.test)" mxadmin --turn-off-domain --domain-name=off.test
-  sql $AUTH_DB "DELETE FROM users WHERE name='sales' AND dom_id<>1"
+  sql $AUTH_DB "DELETE FROM users WHERE name='sales' AND dom_id<>1; UPDATE users SET status=1 WHERE name='info'"
   echo mail >$MAIL_ROOT/d.test/bob/Maildir/new/1
   echo "&me@elsewhere.test" >$MAIL_ROOT/d.test/bob/.qmail
   remember
@@ -62,7 +62,7 @@ new.test: 7 records added
 bob@d.test: not in the document, its home is kept" "$status $out$err"
   same changes "$({
     standard + new.test && standard - a2.test && seen_through - a2.test
-    printf -- '-auth: %s encrypted 00\n' help@d.test help@a1.test help@a2.test info@a2.test
+    printf -- '-auth: %s encrypted 00\n' help@d.test help@a1.test help@a2.test
     printf -- '-virtual: help@%s info@d.test\n' d.test a1.test
     printf -- '-virtual: news@%s news@d.test\n' a1.test a2.test
     cat <<END
@@ -72,7 +72,8 @@ bob@d.test: not in the document, its home is kept" "$status $out$err"
 +keys: f 440 root:popuser a1.test/default
 -handlers: help@d.test spam 1
 -handlers: info@a2.test spam 1
-+auth: sales@a1.test encrypted 00
+-auth: info@a2.test encrypted 10
++auth: sales@a1.test encrypted 10
 -virtual: @a2.test info@d.test
 -virtual: a2.test 1
 -virtual: bob@a1.test other@d.test

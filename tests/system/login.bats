@@ -77,6 +77,7 @@ unavailable() { denied "$1" "$2" "${3:-}" "${4:-[UNAVAILABLE] Temporary authenti
   hash=$(openssl passwd -6 -salt abc 'hashed secret')
   ZCP_CRYPTED_PASSWORD=$hash mx --set-password --domain-name=d.test --mailname=info
   accepted sales@a2.test 'hashed secret'
+  [[ $(check info@d.test '' AUTHORIZED=1 CREDENTIALS_LOOKUP=1) == *" 2 {CRYPT}$hash"$'\n0' ]]
   for value in "$hash" secret 'hashed secre' ''; do refused info@d.test "$value"; done
   for value in '$' '$9$abc$def' '$AES-256-CBC$x$y'; do
     sql $AUTH_DB "UPDATE users SET cmusaslsecretPLAIN = '$value'"
@@ -139,8 +140,10 @@ unavailable() { denied "$1" "$2" "${3:-}" "${4:-[UNAVAILABLE] Temporary authenti
 }
 
 @test "Courier learns of all accounts, and of trouble" {
+  ZCP_PASSWORD=x mx --set-password --domain-name=d.test --mailname=bob
+  sql $AUTH_DB "UPDATE users SET status = 1 WHERE name = 'bob'"
   start_courier 3>&-
-  same "accounts" $'info@d.test\t'"$(id -u popuser)	$(id -g popuser)	$MAIL_ROOT/d.test/info	$MAIL_ROOT/d.test/info/Maildir" \
+  same "accounts, but for one that is disabled" $'info@d.test\t'"$(id -u popuser)	$(id -g popuser)	$MAIL_ROOT/d.test/info	$MAIL_ROOT/d.test/info/Maildir" \
     "$(authenumerate)"
   rm $TABLES/passwd_db_key
   unavailable info@d.test secret "$COURIER_PORT" 'Temporary problem, please try again later'
@@ -161,4 +164,5 @@ unavailable() { denied "$1" "$2" "${3:-}" "${4:-[UNAVAILABLE] Temporary authenti
   sed -i 's/--pam$/& --no-aliases/' /etc/pam.d/mxadmin
   pam 0 info@d.test secret
   pam 1 sales@d.test secret
+  printf 'secret\0' | PAM_TYPE=auth PAM_USER=info@d.test mxcheckpassword --pam # as some versions of the module end it
 }

@@ -91,79 +91,73 @@ struct OwnNames {
     std::string back(const std::string& name) const { return name + '@' + oldDomain; }
 };
 
-/// Line filter for the table of addresses. An address that leads to a mailname goes with it, and a list seen through a
-/// domain alias has the same name on both sides.
-class AddressesBack {
-public:
-    explicit AddressesBack(const OwnNames& own) : own_(&own) {}
-
-    bool operator()(std::string& line) const {
-        database::RecordView record;
-        if (!database::splitRecord(line, record)) {
-            return true;
-        }
-        std::string key(record.key);
-        std::string value(record.value);
-        std::string keyName;
-        const bool keyIsNew = own_->localPart(key, keyName);
-        const std::string aliasName = keyIsNew ? std::string() : key.substr(0, key.rfind('@'));
-        bool goesBack = keyIsNew && own_->owns(keyName);
-        bool changed = false;
-        const auto element = [&](std::string& item) {
-            std::string name;
-            if (own_->localPart(item, name) && (own_->owns(name) || name == aliasName)) {
-                item = own_->back(name);
-                changed = true;
-            }
-            return true;
-        };
-        database::ValueListFilter<decltype(element)> elements(element);
-        elements(value);
-        goesBack = goesBack || (keyIsNew && changed);
-        if (goesBack || changed) {
-            line = (goesBack ? own_->back(keyName) : key) + ' ' + value;
-        }
-        return true;
-    }
-
-private:
-    const OwnNames* own_;
-};
-
-/// Line filter for the table of mailboxes. The rename changes the beginning of every path that begins with the old
-/// name, also of a domain whose name only begins so: there the key tells what the path was.
-class MailboxesBack {
-public:
-    explicit MailboxesBack(const OwnNames& own) : own_(&own) {}
-
-    bool operator()(std::string& line) const {
-        database::RecordView record;
-        if (!database::splitRecord(line, record)) {
-            return true;
-        }
-        std::string key(record.key);
-        std::string value(record.value);
+/// Changes a record of the table of addresses. An address that leads to a mailname goes with it, and a list seen
+/// through a domain alias has the same name on both sides. False when it stays as it is.
+bool takeAddressBack(const OwnNames& own, std::string& key, std::string& value) {
+    std::string keyName;
+    const bool keyIsNew = own.localPart(key, keyName);
+    const std::string aliasName = keyIsNew ? std::string() : key.substr(0, key.rfind('@'));
+    bool changed = false;
+    const auto element = [&](std::string& item) {
         std::string name;
-        std::string ownDomain = key.substr(key.rfind('@') + 1);
-        if (own_->localPart(key, name)) {
-            if (!own_->owns(name)) {
-                return true;
-            }
-            ownDomain = own_->oldDomain;
-            key = own_->back(name);
+        if (own.localPart(item, name) && (own.owns(name) || name == aliasName)) {
+            item = own.back(name);
+            changed = true;
         }
-        if (ownDomain.starts_with(own_->oldDomain)) {
-            const std::string root = own_->newDomain + ownDomain.substr(own_->oldDomain.size()) + '/';
-            if (value.starts_with(root)) {
-                value.replace(0, root.size() - 1, ownDomain);
+        return true;
+    };
+    database::ValueListFilter<decltype(element)> elements(element);
+    elements(value);
+    const bool goesBack = keyIsNew && (changed || own.owns(keyName));
+    if (goesBack) {
+        key = own.back(keyName);
+    }
+    return goesBack || changed;
+}
+
+/// Changes a record of the table of mailboxes. The rename changes the beginning of every path that begins with the old
+/// name, also of a domain whose name only begins so: there the key tells what the path was.
+bool takeMailboxBack(const OwnNames& own, std::string& key, std::string& value) {
+    std::string name;
+    std::string ownDomain = key.substr(key.rfind('@') + 1);
+    if (own.localPart(key, name)) {
+        if (!own.owns(name)) {
+            return false;
+        }
+        ownDomain = own.oldDomain;
+        key = own.back(name);
+    }
+    if (!ownDomain.starts_with(own.oldDomain)) {
+        return false;
+    }
+    const std::string root = own.newDomain + ownDomain.substr(own.oldDomain.size()) + '/';
+    if (value.starts_with(root)) {
+        value.replace(0, root.size() - 1, ownDomain);
+    }
+    return true;
+}
+
+/// Line filter that changes records by one of the functions above.
+class RecordsBack {
+public:
+    using Change = bool (*)(const OwnNames& own, std::string& key, std::string& value);
+    RecordsBack(const OwnNames& own, Change change) : own_(&own), change_(change) {}
+
+    bool operator()(std::string& line) const {
+        database::RecordView record;
+        if (database::splitRecord(line, record)) {
+            std::string key(record.key);
+            std::string value(record.value);
+            if (change_(*own_, key, value)) {
+                line = key + ' ' + value;
             }
-            line = key + ' ' + value;
         }
         return true;
     }
 
 private:
     const OwnNames* own_;
+    Change change_;
 };
 
 OwnNames ownNames(NodeState& node, const std::string& oldDomain, const std::string& newDomain) {
@@ -235,8 +229,8 @@ void undoRename(const std::string& oldDomain, const std::string& newDomain) {
             kVirtualDomainsHumanName, [&] { storage.renameDomainRoot(newDomain, oldDomain); },
             [&] { storage.renameDomainRoot(oldDomain, newDomain); });
     }
-    transaction.filterTable(kVmailboxTable, kVmailboxHumanName, MailboxesBack(own), forward);
-    transaction.filterTable(kVirtualTable, kVirtualHumanName, AddressesBack(own), forward);
+    transaction.filterTable(kVmailboxTable, kVmailboxHumanName, RecordsBack(own, takeMailboxBack), forward);
+    transaction.filterTable(kVirtualTable, kVirtualHumanName, RecordsBack(own, takeAddressBack), forward);
     if (DatabaseHelper::findRecords(kVirtualDomainsTable, {oldDomain}).empty()) {
         using database::ElementsFilter;
         using database::ReplaceElementFilterRef;

@@ -103,9 +103,8 @@ std::vector<Instruction> readDeliveryFile(const kavro::FdOwner& home) {
     std::size_t size = 0;
     kavro::CString text;
     if (!fd.empty()) {
-        const kavro::CFile file(::fdopen(fd.get(), "r"));
+        const kavro::CFile file = kavro::readingStream(fd);
         if (file != nullptr) {
-            fd.release();
             text.reset(read_stream_contents(file.get(), &size));
         }
         if (text == nullptr) {

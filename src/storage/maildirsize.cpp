@@ -320,18 +320,14 @@ std::optional<Usage> sum_records(std::string_view records) {
 /// The file's text. Nothing when it cannot be read, is too long, or is no file: a pipe
 /// in its place must not hold us, nor a link lead us away.
 std::optional<std::string> read_maildirsize() {
-    const int fd = retryInterrupted(
-        [] { return ::open(kMaildirsize, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); });
-    if (fd == -1) {
-        return std::nullopt;
-    }
-    const kavro::CFile file(::fdopen(fd, "rt"));
-    if (file == nullptr) {
-        ::close(fd);
-        return std::nullopt;
-    }
+    kavro::QuietFdOwner fd(retryInterrupted(
+        [] { return ::open(kMaildirsize, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC); }));
     struct stat status;
-    if (::fstat(fd, &status) == -1 || !S_ISREG(status.st_mode)) {
+    if (fd.empty() || ::fstat(fd.get(), &status) == -1 || !S_ISREG(status.st_mode)) {
+        return std::nullopt;
+    }
+    const kavro::CFile file = kavro::readingStream(fd);
+    if (file == nullptr) {
         return std::nullopt;
     }
     std::string text(kLargestMaildirsize + 1, '\0');

@@ -170,10 +170,8 @@ int conf_read_file_r(const char* path, ConfTable* table) {
         return -1;
     }
     kavro::QuietFdOwner fd(kavro::openRegular(path, O_RDONLY));
-    const kavro::CFile file(fd.empty() ? nullptr : ::fdopen(fd.get(), "r"));
-    if (file != nullptr) {
-        fd.release();
-    } else {
+    const kavro::CFile file = fd.empty() ? nullptr : kavro::readingStream(fd);
+    if (file == nullptr) {
         const kavro::ErrnoKeeper keeper;
         kavro_log(KAVRO_LOG_USER_WARNING, "unable to open configuration file %s: %s\n", path,
                   std::strerror(keeper.saved()));

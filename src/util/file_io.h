@@ -11,6 +11,7 @@
 #include <cstring>
 #include <memory>
 
+#include "process/descriptors.h"
 #include "process/retry.h"
 
 namespace kavro {
@@ -20,6 +21,10 @@ struct FileCloser {
     void operator()(std::FILE* stream) const noexcept { std::fclose(stream); }
 };
 using CFile = std::unique_ptr<std::FILE, FileCloser>;
+
+/// A stream that reads a descriptor and closes it. It goes on after a signal, where one of fdopen(3) gives up. Null
+/// with errno; then the descriptor stays the owner's.
+CFile readingStream(FdOwner& fd);
 
 /// Closes with closedir(3), and the descriptor of the directory with it.
 struct DirectoryCloser {

@@ -96,12 +96,8 @@ private:
             errno = S_ISDIR(status_.st_mode) ? EISDIR : EINVAL;
             return failed("Unable to open file %s: %s\n", path_.c_str());
         }
-        original_.reset(::fdopen(fd.get(), "r"));
-        if (original_ == nullptr) {
-            return failed("Unable to open file %s: %s\n", path_.c_str());
-        }
-        fd.release();
-        return 0;
+        original_ = kavro::readingStream(fd);
+        return original_ == nullptr ? failed("Unable to open file %s: %s\n", path_.c_str()) : 0;
     }
 
     int openCopy() {

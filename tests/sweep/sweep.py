@@ -184,8 +184,8 @@ def run(words, flags, strace=None, who="self"):
     environment = dict(os.environ, **({"ZCP_PASSWORD": "secret"} if "p" in flags else {}))
     command = ["mxadmin"] + words.split()
     tool = ["strace", "-q", "-o", LOG, "-e", "signal=none"] + (strace or [])
-    if os.path.exists(LOG):
-        os.remove(LOG)
+    with open(LOG, "w", encoding="ascii"):
+        pass
     if strace and who == "self":
         command = tool + command
     elif strace:
@@ -304,7 +304,7 @@ def main():
         before = state()
         status, said = run(words, flags)
         after = state()
-        if status != 0 or after == before and "--get" not in words:
+        if status != 0:
             sys.exit(f"{words}: {said}")
         for sweep, who in itertools.product(chosen.sweep.split(","), chosen.who.split(",")):
             if sweep == "undo" and "--rename-domain " not in words:

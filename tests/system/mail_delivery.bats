@@ -36,6 +36,13 @@ unknown() { refused "$1" "550 5.1.1 <$1>: Recipient address rejected: User unkno
   unknown nobody@a1.test alias
 }
 
+@test "mail reaches a mailname that a document made" {
+  with "$(document s.test "" "eva:e")" mxrepair --sync --wait-stdin
+  delivered e@s.test s.test/eva
+  with "" mxrepair --check --domain=s.test
+  same check "0 " "$status $out$err"
+}
+
 @test "the bounce program gets exactly the text of the bounce, line feeds as blanks" {
   local text
   printf '#!/bin/sh\n{ echo $#; printf "%%s|" "$@"; } >/tmp/bounce.new; mv /tmp/bounce.new /tmp/bounce\n' |

@@ -14,18 +14,18 @@ if [ ! -e /run/mxadmin-sandbox ]; then
 fi
 
 # keep NAME: a copy of all stores. restore NAME: makes the stores what they were then; fails when there is no such copy.
-STORES="$TABLES $MAIL_ROOT /var/lib/kavro $PLUGINS"
-keep() { tar -cPf "$BATS_RUN_TMPDIR/$1" $STORES $(ls -d $KEYS 2>/dev/null); }
+STORE_PATHS="$TABLES $MAIL_ROOT /var/lib/kavro $PLUGINS"
+keep() { tar -cPf "${BATS_RUN_TMPDIR:-/tmp}/$1" $STORE_PATHS $(ls -d $KEYS 2>/dev/null); }
 restore() {
-  [ -e "$BATS_RUN_TMPDIR/$1" ] || return
-  rm -rf $STORES $KEYS
-  tar -xpPf "$BATS_RUN_TMPDIR/$1"
+  [ -e "${BATS_RUN_TMPDIR:-/tmp}/$1" ] || return
+  rm -rf $STORE_PATHS $KEYS
+  tar -xpPf "${BATS_RUN_TMPDIR:-/tmp}/$1"
 }
 
 # Empty stores, as a new mail server has them.
 reset_stores() {
   restore_postmap
-  rm -rf $STORES $KEYS /var/lock/files/*
+  rm -rf $STORE_PATHS $KEYS /var/lock/files/*
   mkdir -p "$PLUGINS" /etc/zcp
   printf 'KAVRO_MAILNAMES_D %s\n' "$MAIL_ROOT" >/etc/zcp/zcp.conf
   unset ZCP_PASSWORD ZCP_CRYPTED_PASSWORD

@@ -175,7 +175,7 @@ Renamed renamed(const std::string& given) {
     if (colon == std::string::npos) {
         throw UsageError("'" + given + "' is not of the form OLD:NEW");
     }
-    const Renamed names{domainOrAddress(given.substr(0, colon)), domainOrAddress(given.substr(colon + 1))};
+    Renamed names{domainOrAddress(given.substr(0, colon)), domainOrAddress(given.substr(colon + 1))};
     if (names.oldName == names.newName) {
         throw UsageError("both names of '" + given + "' are one");
     }

@@ -1,4 +1,5 @@
-// The home is opened first, without following links; then the file in it is edited line by line, or emptied and written.
+// The home is opened first, without following links; then the file in it is edited line by line, or emptied and
+// written.
 #include "storage/dotqmail.h"
 
 #include <fcntl.h>
@@ -27,7 +28,7 @@ namespace {
 using kavro::retryInterrupted;
 
 constexpr mode_t kDotqmailMode = 0600;
-constexpr const char* kNoDeliveryLine = "| true\n";
+constexpr std::string_view kNoDeliveryLine = "| true\n";
 
 /// A delivery file, and its home, which is reached without following what the mail user may have linked there.
 class DeliveryFile {
@@ -137,8 +138,8 @@ int dotqmail_reset(const char* path) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to open '%s': %s", path, std::strerror(errno));
         return -1;
     }
-    constexpr std::string_view text = kNoDeliveryLine;
-    if (kavro::writeAll(fd.get(), text.data(), text.size()) != text.size() || fd.close_nothrow() == -1) {
+    if (kavro::writeAll(fd.get(), kNoDeliveryLine.data(), kNoDeliveryLine.size()) != kNoDeliveryLine.size() ||
+        fd.close_nothrow() == -1) {
         file.remove();
         kavro_log(KAVRO_LOG_ERROR, "Unable to write to '%s': %s", path, std::strerror(errno));
         return -1;

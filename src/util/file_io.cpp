@@ -6,30 +6,32 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <new>
 
 #include "process/descriptors.h"
 #include "process/retry.h"
 
 namespace kavro {
 
-namespace {
-
-int number_of(void* cookie) {
-    return static_cast<int>(reinterpret_cast<std::intptr_t>(cookie));
-}
-
-}  // namespace
-
 CFile readingStream(FdOwner& fd) {
+    std::unique_ptr<QuietFdOwner> owner(new (std::nothrow) QuietFdOwner(fd.get()));
+    if (owner == nullptr) {
+        errno = ENOMEM;
+        return nullptr;
+    }
     cookie_io_functions_t functions{};
     functions.read = [](void* cookie, char* buffer, std::size_t size) {
-        return retryInterrupted([&] { return ::read(number_of(cookie), buffer, size); });
+        return retryInterrupted([&] { return ::read(static_cast<QuietFdOwner*>(cookie)->get(), buffer, size); });
     };
-    functions.close = [](void* cookie) { return ::close(number_of(cookie)); };
-    CFile stream(::fopencookie(reinterpret_cast<void*>(static_cast<std::intptr_t>(fd.get())), "r", functions));
+    functions.close = [](void* cookie) {
+        return std::unique_ptr<QuietFdOwner>(static_cast<QuietFdOwner*>(cookie))->close_nothrow();
+    };
+    CFile stream(::fopencookie(owner.get(), "r", functions));
+    (stream == nullptr ? *owner : fd).release();
     if (stream != nullptr) {
-        fd.release();
+        static_cast<void>(owner.release());
     }
     return stream;
 }

@@ -54,8 +54,8 @@ NAME = "--domain-name=d.test --mailname="
 
 HOST = "sandbox.mail.test"
 RENAME = "--rename-domain --old-domain-name={} --new-domain-name={}"
-COMMANDS = [  # words, and "p" for a password, "d" for a document, "a" for all or nothing, "h" when d.test bears the host's name, "b"
-    # when it did and gave it back: then the host has records of its own
+COMMANDS = [  # words, and "p" for a password, "d" for a document, "a" for all or nothing, "h" when d.test bears the
+    # host's name, "b" when it did and gave it back: then the host has records of its own
     (RENAME.format("d.test", "new.test"), "a"),
     ("--rename-mailname --domain-name=d.test --old-mailname=info --new-mailname=chef", "pda"),
     (f"--add-mailname {NAME}new", "d"), ("--remove-domain --domain-name=d.test", "d"),

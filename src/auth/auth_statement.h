@@ -1,5 +1,5 @@
-// Statements on the authentication database whose failures are logged in the words that belong to them, its domain rows,
-// and the handing over of its users.
+// Statements on the authentication database whose failures are logged in the words that belong to them, its domain
+// rows, and the handing over of its users.
 #pragma once
 
 #include "auth/auth_database.h"

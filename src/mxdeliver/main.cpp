@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <iostream>
 #include <string>
 #include <string_view>
 
@@ -39,8 +40,8 @@ int run(int argc, char** argv) {
     for (int index = 1; index < argc; ++index) {
         const std::string_view argument = argv[index];
         if (argument == "--help" || argument == "-h" || argument == "--version") {
-            std::fputs(argument == "--version" ? "mxdeliver " MXADMIN_VERSION "\n" : kUsage, stdout);
-            return std::fflush(stdout) == 0 ? EX_OK : EX_IOERR;
+            std::cout << (argument == "--version" ? "mxdeliver " MXADMIN_VERSION "\n" : kUsage);
+            return std::cout.flush() ? EX_OK : EX_IOERR;
         }
         if (takeValue(argument, "--sender=", sender)) {
             senderGiven = true;

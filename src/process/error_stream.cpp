@@ -1,6 +1,8 @@
-// The error stream's buffer, the one stream of the program, and the buffer below std::cerr and std::clog.
+// The error stream's buffer, the one stream of the program, and the buffers below the standard output streams.
 #include "process/error_stream.h"
 
+#include <array>
+#include <cstdio>
 #include <ios>
 #include <iostream>
 
@@ -32,25 +34,43 @@ UtilityErrorStream::UtilityErrorStream() : std::ostream(nullptr) {
 
 namespace {
 
-/// Unbuffered, like the library's own. That one fails for good when a signal interrupts a write to a slow reader.
-class StandardErrorBuf : public std::streambuf {
+/// The buffer of a standard descriptor. The library's own fails for good when a signal interrupts a write to a slow
+/// reader. What cannot be written is dropped: a child would else write it once more.
+class StandardBuf : public std::streambuf {
+public:
+    explicit StandardBuf(int fd) : fd_(fd) { setp(room_.data(), room_.data() + room_.size()); }
+
 protected:
     int overflow(int c) override {
-        const char character = traits_type::to_char_type(c);
-        const bool written = traits_type::eq_int_type(c, traits_type::eof()) || xsputn(&character, 1) == 1;
-        return written ? traits_type::not_eof(c) : traits_type::eof();
+        if (sync() == -1) {
+            return traits_type::eof();
+        }
+        return traits_type::eq_int_type(c, traits_type::eof()) ? traits_type::not_eof(c)
+                                                               : sputc(traits_type::to_char_type(c));
     }
-    std::streamsize xsputn(const char* text, std::streamsize size) override {
-        return static_cast<std::streamsize>(writeAll(STDERR_FILENO, text, static_cast<std::size_t>(size)));
+    int sync() override {
+        const auto held = static_cast<std::size_t>(pptr() - pbase());
+        const bool written = writeAll(fd_, pbase(), held) == held;
+        setp(pbase(), epptr());
+        return written ? 0 : -1;
     }
+
+private:
+    const int fd_;
+    std::array<char, BUFSIZ> room_;
 };
 
-/// The standard streams, with that buffer below two of them. It is never destroyed: they are used to the very end.
+/// The standard streams, with such buffers below them. These are never destroyed: they are used to the very end.
 struct StandardStreams : std::ios_base::Init {
     StandardStreams() {
-        auto* buffer = new StandardErrorBuf;
-        std::cerr.rdbuf(buffer);
-        std::clog.rdbuf(buffer);
+        auto* errors = new StandardBuf(STDERR_FILENO);
+        std::cerr.rdbuf(errors);
+        std::clog.rdbuf(errors);
+        std::clog.setf(std::ios_base::unitbuf);  // as std::cerr has it
+        std::cout.rdbuf(new StandardBuf(STDOUT_FILENO));
+        if (::isatty(STDOUT_FILENO) == 1) {  // somebody waits for each line
+            std::cout.setf(std::ios_base::unitbuf);
+        }
     }
 };
 

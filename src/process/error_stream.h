@@ -1,5 +1,5 @@
 // The program-wide error stream. Everything written to it reaches standard error at once, and at each flush standard
-// output as well: the panel reads both. Its file also makes std::cerr and std::clog outlive interrupted writes.
+// output as well: the panel reads both. Its file also makes the standard output streams outlive interrupted writes.
 #pragma once
 
 #include <ostream>

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 
 #include "process/retry.h"
 #include "util/c_memory.h"
@@ -82,6 +83,7 @@ void append_system_error(const FormattedMessage& message, int code) {
 int ex_messlog(const char* text, int status, int /*flag*/) {
     const kavro::ErrnoKeeper keeper;
     write_message(stderr, text);
+    std::cout.flush();  // has a buffer of its own
     write_message(stdout, text);
     if (status != 0) {
         std::exit(status);

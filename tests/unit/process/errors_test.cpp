@@ -1,7 +1,9 @@
 // System errors and the owners that throw them; the error stream and the last reports; quoting of shell arguments.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -91,11 +93,13 @@ TEST(ErrorStreamTest, LinesSurviveWritesThatASlowReaderAndASignalInterrupt) {
         if (::fork() == 0) {
             ::close(STDERR_FILENO);
             ::close(ends[1]);
-            ::usleep(50000);
-            for (char c = 0; ::read(ends[0], &c, 1) == 1; std::cout.put(c)) {
+            // Each stream meets a full pipe.
+            for (char c = ' '; ::poll(nullptr, 0, c == ' ' ? 50 : 0) == 0 && ::read(ends[0], &c, 1) == 1;) {
+                std::cout.put(c);
             }
             return;
         }
+        ::dup2(ends[1], STDOUT_FILENO);
         struct sigaction ignore {};
         ignore.sa_handler = [](int) {};  // no restart of system calls
         ::sigaction(SIGALRM, &ignore, nullptr);
@@ -103,16 +107,16 @@ TEST(ErrorStreamTest, LinesSurviveWritesThatASlowReaderAndASignalInterrupt) {
         ::setitimer(ITIMER_REAL, &often, nullptr);
         std::cerr << std::string(100000, '.') << "cerr ";
         std::clog << std::string(100000, '.') << "clog ";
+        std::cout << std::string(100000, '.') << "cout " << std::flush;
         uerr << "uerr";
-        ::close(STDERR_FILENO);
-        ::close(ends[1]);
+        ::close_range(STDOUT_FILENO, ~0U, 0);
         while (::wait(nullptr) == -1) {
         }
         std::_Exit(0);
     });
     std::string text = result.out;
-    EXPECT_EQ(std::erase(text, '.'), 200000U);
-    EXPECT_EQ(text, "cerr clog uerr");
+    EXPECT_EQ(std::erase(text, '.'), 300000U);
+    EXPECT_EQ(text, "cerr clog cout uerr");
 }
 
 TEST(ReportTest, FatalErrorNamesTypeAndTextAndSurvivesAMissingText) {

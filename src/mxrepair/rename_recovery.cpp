@@ -53,9 +53,12 @@ bool storageMoved(const std::string& oldName, const std::string& newName) {
     return newThere;
 }
 
-bool isHostName(const std::string& domain) {
+std::string hostName() {
     char host[kHostNameSize] = {};
-    return get_hostname_fqdn(host, sizeof host) == 0 && ::strcasecmp(host, domain.c_str()) == 0;
+    if (get_hostname_fqdn(host, sizeof host) != 0) {
+        throw std::runtime_error("this host's name is not known, and its records may have to be put back");
+    }
+    return host;
 }
 
 /// Without a row of the first name there is nothing to rename; beside one of the second it would fail.
@@ -215,6 +218,7 @@ void finishRename(const std::string& oldName, const std::string& newName) {
 
 void undoRename(const std::string& oldDomain, const std::string& newDomain) {
     const bool moved = storageMoved(oldDomain, newDomain);
+    const std::string host = hostName();
     NodeState node;
     node.loadTree();
     const OwnNames own = ownNames(node, oldDomain, newDomain);
@@ -241,10 +245,10 @@ void undoRename(const std::string& oldDomain, const std::string& newDomain) {
     transaction.commit();
 
     // The host's own records give way to a domain of its name, and are there without one.
-    if (isHostName(newDomain)) {
+    if (::strcasecmp(host.c_str(), newDomain.c_str()) == 0) {
         DatabaseHelper::addRecord(kVirtualTable, newDomain, kDomainAliasMarker);
         DomainManager::createStandardDomainAddresses(newDomain);
-    } else if (isHostName(oldDomain)) {
+    } else if (::strcasecmp(host.c_str(), oldDomain.c_str()) == 0) {
         DatabaseHelper::removeRecord(kVirtualTable, oldDomain);
     }
     node.loadTables();

@@ -22,8 +22,8 @@ namespace kavro::mail::postfix {
 /// live domain of that name has standard addresses, but no marker), records made go.
 class safeDomainFromToHostnameRenamer {
 public:
-    /// Asks for the host's name; it stays empty, which no domain is, when that cannot be found out. The transaction
-    /// must outlive the object.
+    /// Asks for the host's name; it stays empty, which no domain is, when that cannot be found out, and a warning says
+    /// so. The transaction must outlive the object.
     explicit safeDomainFromToHostnameRenamer(RenameTransaction& transaction);
 
     /// In any letter case.
@@ -70,6 +70,8 @@ safeDomainFromToHostnameRenamer::safeDomainFromToHostnameRenamer(RenameTransacti
     char name[kHostNameSize] = {};
     if (get_hostname_fqdn(name, sizeof name) == 0) {
         hostName_ = name;
+    } else {
+        warn("WARNING: this host's name is not known: a rename from or to it leaves the host's own records alone", "");
     }
 }
 

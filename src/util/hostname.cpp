@@ -43,7 +43,11 @@ int get_hostname_fqdn(char* buffer, std::size_t size) {
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = AI_CANONNAME;
     addrinfo* found = nullptr;
-    const int code = ::getaddrinfo(name.data(), nullptr, &hints, &found);
+    int code = ::getaddrinfo(name.data(), nullptr, &hints, &found);
+    if (code != 0) {
+        // A file that a signal kept the resolver from opening or reading is a name that is not there, without a reason.
+        code = ::getaddrinfo(name.data(), nullptr, &hints, &found);
+    }
     if (code != 0) {
         kavro_log(KAVRO_LOG_ERROR, "Unable to resolve fqdn: %s", ::gai_strerror(code));
         return advise_on_host_name();

@@ -214,6 +214,13 @@ $(printf -- '%skeys: d 755 root:root %s\n' - a2.test + n.test; printf -- '%skeys
     "$(state | grep '^virtual: .*sandbox' | sort)"
   mx --rename-domain-alias --domain-name=d.test --old-domain-alias-name=sandbox.mail.test --new-domain-alias-name=a1.test --set-reject
   same "the alias back" "" "$(changes | grep -v handlers)"
+  sed -i.was 's/sandbox.mail.test//' /etc/hosts
+  with "" mxadmin --rename-domain --old-domain-name=d.test --new-domain-name=e.test
+  same "an unknown host" "0 WARNING: this host's name is not known: a rename from or to it leaves the host's own records alone" "$status $out"
+  [[ $err == *"Canonname is not correct fqdn"*"It is impossible to detect the FQDN of the host."*"Please make sure"* ]]
+  with "" mxrepair --fix --undo-rename=d.test:e.test
+  mv /etc/hosts.was /etc/hosts
+  [[ $status = 1 && $err == *"mxrepair: this host's name is not known"* && -e $MAIL_ROOT/e.test ]]
 }
 
 @test "--set-domain-disk-quota writes the default to mailboxes without a quota of their own" {

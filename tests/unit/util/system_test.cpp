@@ -42,21 +42,14 @@ TEST_F(System, ProcessIsFoundByTheExactPathOfItsExecutable) {
     ::waitpid(child, nullptr, 0);
 }
 
-TEST_F(System, HostNameMustFitAndHaveADomain) {
+TEST_F(System, HostNameMustFit) {
     std::array<char, 65> buffer{};
     const std::string name = "sandbox.mail.test";
     ASSERT_EQ(get_hostname_fqdn(buffer.data(), name.size() + 1), 0);
     EXPECT_EQ(buffer.data(), name);
     const LogCapture log;
     EXPECT_EQ(get_hostname_fqdn(buffer.data(), name.size()), -1);
-    const std::string hosts = readFile("/etc/hosts");
-    writeFile("/etc/hosts", "127.0.0.1 sandbox localhost\n");
-    EXPECT_EQ(get_hostname_fqdn(buffer.data(), buffer.size()), -1);
-    writeFile("/etc/hosts", hosts);
     EXPECT_EQ(LogCapture::messages.at(0), "3 Buffer size is not enough to hold hostname");
-    EXPECT_EQ(LogCapture::messages.at(1), "3 Canonname is not correct fqdn");
-    EXPECT_TRUE(
-        LogCapture::messages.at(2).starts_with("3 It is impossible to detect the FQDN of the host.\nPlease make sure"));
 }
 
 }  // namespace

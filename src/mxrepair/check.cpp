@@ -28,6 +28,15 @@ namespace {
 
 constexpr unsigned kModeBits = 07777;
 
+/// False when nothing on the node bears the domain's name.
+bool knows(NodeState& node, const std::string& domain) {
+    return node.exists(
+        "SELECT 1 FROM record WHERE key=?1 OR domain=?1 UNION ALL SELECT 1 FROM root WHERE domain=?1"
+        " UNION ALL SELECT 1 FROM auth_domain WHERE domain=?1 UNION ALL SELECT 1 FROM signing_key WHERE domain=?1"
+        " UNION ALL SELECT 1 FROM handler WHERE substr(address, instr(address, '@') + 1)=?1",
+        {domain});
+}
+
 /// Checks everything; records that --fix changes are written at the end.
 int lookOver(const Options& options, bool fixing) {
     NodeState node;
@@ -69,6 +78,14 @@ int lookOver(const Options& options, bool fixing) {
     }
     changes.apply();
     findings.end();
+    if (!options.domain.empty()) {
+        if (!context.tablesLoaded || !context.databasesLoaded) {
+            throw std::runtime_error("a store cannot be read: --check without --domain tells which");
+        }
+        if (!findings.any() && !knows(node, options.domain)) {
+            throw std::runtime_error("this node does not know " + options.domain);
+        }
+    }
     return (fixing ? findings.anyLeft() : findings.any()) ? kFindings : kSuccess;
 }
 

@@ -148,11 +148,10 @@ const Mode& chooseMode(const po::variables_map& values) {
 }
 
 std::string domainName(const std::string& given) {
-    std::string name = kavro::idn::toAscii(given);
+    std::string name = asStored(given);
     if (is_domain_name_valid(name.c_str()) == 0) {
         throw UsageError("'" + given + "' is not the name of a domain");
     }
-    ascii_lower(name.data());
     return name;
 }
 
@@ -193,17 +192,24 @@ Options readOptions(const Mode& mode, const po::variables_map& values) {
         }
         return values.count(option) != 0;
     };
+    const auto value = [&](const char* option, auto* read) {
+        try {
+            return read(values[option].as<std::string>());
+        } catch (const UsageError& error) {
+            throw UsageError(std::string("--") + option + ": " + error.what());
+        }
+    };
     Options options;
     if (given("domain", mode.takesDomain)) {
-        options.domain = domainName(values["domain"].as<std::string>());
+        options.domain = value("domain", &domainName);
     }
     options.json = given("json", mode.takesJson);
     options.waitStdin = given("wait-stdin", mode.takesDocuments);
     if (given("finish-rename", mode.takesRename)) {
-        options.finish = renamed(values["finish-rename"].as<std::string>());
+        options.finish = value("finish-rename", &renamed);
     }
     if (given("undo-rename", mode.takesRename)) {
-        options.undo = renamed(values["undo-rename"].as<std::string>());
+        options.undo = value("undo-rename", &renamed);
         if (options.undo.oldName.find('@') != std::string::npos) {
             throw UsageError("the rename of a mailname is not taken back: finish it, and rename it back");
         }
@@ -214,14 +220,22 @@ Options readOptions(const Mode& mode, const po::variables_map& values) {
     return options;
 }
 
+void finishOutput() {
+    if (!std::cout.flush()) {
+        throw std::runtime_error("cannot write to standard output");
+    }
+}
+
 int dispatch(int argc, char** argv) {
     const po::variables_map values = parse(argc, argv);
     if (values.count("help") != 0) {
         std::cout << kUsage;
+        finishOutput();
         return kSuccess;
     }
     if (values.count("version") != 0) {
         std::cout << "mxrepair " MXADMIN_VERSION "\n";
+        finishOutput();
         return kSuccess;
     }
     const Mode& mode = chooseMode(values);
@@ -231,9 +245,7 @@ int dispatch(int argc, char** argv) {
             throw std::runtime_error("only root may do this");
         }
         const int status = mode.run(options);
-        if (!std::cout.flush()) {
-            throw std::runtime_error("cannot write to standard output");
-        }
+        finishOutput();
         return status;
     } catch (const std::exception& error) {
         std::cout.flush();
@@ -243,6 +255,16 @@ int dispatch(int argc, char** argv) {
 }
 
 }  // namespace
+
+std::string asStored(const std::string& domain) {
+    try {
+        std::string name = kavro::idn::toAscii(domain);
+        ascii_lower(name.data());
+        return name;
+    } catch (const kavro::idn::IdnaError&) {
+        return "";
+    }
+}
 
 int run(int argc, char** argv) {
     try {

@@ -26,6 +26,9 @@ struct Options {
     std::string argument;    ///< the mode's own argument, for modes that take one
 };
 
+/// The name of a domain as the stores have it: lower case, ASCII. Empty for what cannot be one.
+std::string asStored(const std::string& domain);
+
 /// Does what the arguments ask for; returns the exit status. Reports failures on standard error.
 int run(int argc, char** argv);
 

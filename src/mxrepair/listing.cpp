@@ -12,7 +12,6 @@
 #include "mxrepair/json_writer.h"
 #include "mxrepair/node_state.h"
 #include "storage/maildirsize.h"
-#include "util/idn.h"
 #include "util/names.h"
 
 namespace mxrepair {
@@ -328,8 +327,7 @@ int runShow(const Options& options) {
     node.loadAll();
     node.settle();
     const std::string::size_type at = options.argument.rfind('@');
-    std::string domain = kavro::idn::toAscii(options.argument.substr(at == std::string::npos ? 0 : at + 1));
-    ascii_lower(domain.data());
+    const std::string domain = asStored(options.argument.substr(at == std::string::npos ? 0 : at + 1));
     if (at != std::string::npos) {
         std::string name = options.argument.substr(0, at);
         ascii_lower(name.data());

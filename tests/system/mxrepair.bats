@@ -98,4 +98,6 @@ root:root 755 domain_rename domainkeys handlers kavro kavro-9.0 mail qmail" "$(r
   the program /usr/sbin/postmap" "$status|$out|$err$(ls -d $ROOTS 2>/dev/null)"
   with "" mxrepair --bogus
   [[ $status == 1 && $err == "Error: unknown option --bogus"* ]]
+  with "" mxrepair --check --domain=../etc
+  [[ $status == 1 && $err == "Error: --domain: '../etc' is not the name of a domain"* ]]
 }

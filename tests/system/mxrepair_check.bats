@@ -140,6 +140,11 @@ $(sed -E 's/: [^:]*: /: /; s/; left.*//; s/does not lead to .*/~/' <<<"$out" | s
     with "$input" mxrepair --check --wait-stdin
     [ "$status" = 2 ] || { echo "$input: $status"; return 1; }
   done
+  with "" mxrepair --check --domain=e.test
+  same "no domain of it" "2 mxrepair: this node does not know e.test" "$status $out$err"
+  truncate -s 5000 $TABLES/virtual.db
+  with "" mxrepair --check --domain=d.test
+  same "half a table" "2 mxrepair: a store cannot be read: --check without --domain tells which" "$status $err"
 }
 
 # killed WHERE: --rename-domain of d.test to new.test, killed after its N-th run of postmap, or after the N-th change of

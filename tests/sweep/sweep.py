@@ -3,8 +3,8 @@
 
 Runs inside the sandbox as root. One run of the command for the N-th call of each kind with each errno, by strace's fault
 injection, of the program itself or of the postmap runs that it starts, until a run meets no more such call. The loader's
-calls are left out. Kinds of sweeps: fail, interrupt (EINTR, which must not be seen), kill, and undo: killed renames, taken
-back. Prints a table as it goes; status 1 when anything was wrong.
+calls are left out. Kinds of sweeps: fail (and given again), interrupt (EINTR, which must not be seen), kill, and undo:
+killed renames, taken back. Prints a table as it goes; status 1 when anything was wrong.
 
     sweep.py [--sweep=fail,interrupt,kill,undo] [--who=self,postmap] [--command=REGEX] [--kind=openat,...] [--every=K] [-v]
 """
@@ -225,7 +225,7 @@ def calls(words, flags, who):
 LEFT_OVER = re.compile(r"\.(tmp|before|draft|new)\b|-journal|maildirsize\.|/(virtual|vmailbox|virtual_domains|aliases) ")
 
 
-def judge_failed(before, after, flags, status, said):
+def judge_failed(before, after, words, flags, status, said):
     """What is wrong after a failed call; empty: nothing."""
     now = state()
     told = re.search(r"CRITICAL ERROR|Unable to properly restore", said)
@@ -256,6 +256,10 @@ def judge_failed(before, after, flags, status, said):
             wrong.append("status 0 without its effect: " + sorted(now ^ after)[0])
     if status != 0 and "a" in flags and now not in (before, after) and not told:
         wrong.append("half done: " + sorted(now ^ before)[0])
+    # What is not all or nothing arrives when it is given again.
+    if status != 0 and "a" not in flags and not wrong:
+        again = run(words, flags)
+        wrong += [] if state() == after else [f"given again: {again}, {sorted(state() ^ after)[:2]}"]
     return wrong
 
 
@@ -346,7 +350,7 @@ def main():
                     elif sweep == "interrupt":
                         wrong = [] if status == 0 and state() == after else [f"EINTR seen: {said.strip()[:80]}"]
                     else:
-                        wrong = judge_failed(before, after, flags, status, said)
+                        wrong = judge_failed(before, after, words, flags, status, said)
                     count["findings"] += findings
                     count["wrong"] += bool(wrong)
                     if wrong and (chosen.verbose or count["wrong"] <= 5):

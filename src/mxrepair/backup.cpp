@@ -123,12 +123,6 @@ unsigned long recordsOf(const char* table) {
     return records;
 }
 
-/// Same directory for every run, so that the next one removes what a killed one left. The directory of the tables
-/// belongs to the mail server's user, who could put links there; the one above belongs to root.
-std::string restoreDirectory() {
-    return fs::path(mailAuthDB).parent_path().parent_path().string() + "/.mxrepair-restore";
-}
-
 /// A store made anew, and the place that it goes to.
 struct NewStore {
     std::string draft;
@@ -197,6 +191,12 @@ int runBackup(const Options& options) {
     return kSuccess;
 }
 
+// Same directory for every run, so that the next one removes what a killed one left. The directory of the tables
+// belongs to the mail server's user, who could put links there; the one above belongs to root.
+std::string restoreDirectory() {
+    return fs::path(mailAuthDB).parent_path().parent_path().string() + "/.mxrepair-restore";
+}
+
 int runRestore(const Options& options) {
     mailAuthDBSelectStyle(kPostfixStyle);
     const std::string backup = fs::absolute(options.argument).string();
@@ -211,7 +211,7 @@ int runRestore(const Options& options) {
     makeMissingDirectories(std::cout);
     const MKLock turn(kStoresLock, MKLock::kHashedName, MKLock::kWait);
     const DraftDirectory drafts(restoreDirectory());
-    const DraftDirectory keys(std::string(kDomainKeysDirectory) + ".restored");
+    const DraftDirectory keys(kDomainKeysDirectory + std::string(kRestoredSuffix));
 
     std::vector<NewStore> stores;
     for (const char* table : lookupTables()) {
@@ -222,7 +222,7 @@ int runRestore(const Options& options) {
     copies.insert(copies.begin(), {fs::path(mailAuthKey).filename().string(), mailAuthKey});
     for (const Place& place : copies) {
         const std::string draft =
-            (place.path == mh_db_path ? place.path + ".restored" : drafts.path() + '/' + place.name);
+            (place.path == mh_db_path ? place.path + kRestoredSuffix : drafts.path() + '/' + place.name);
         ::unlink(draft.c_str());
         copyFile(backup + '/' + place.name, draft);
         giveAway(draft, file(place.name));

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,11 +16,14 @@
 #include <utility>
 
 #include "mxrepair/document_check.h"
+#include "mxrepair/init.h"
 #include "mxrepair/rename_recovery.h"
 #include "process/descriptors.h"
 #include "process/system_error.h"
 #include "services/domain_keys.h"
 #include "util/accounts.h"
+#include "util/directory_tree.h"
+#include "util/lock_file.h"
 #include "util/log.h"
 
 namespace mxrepair {
@@ -53,10 +57,15 @@ int lookOver(const Options& options, bool fixing) {
     RecordChanges changes(node);
     Findings findings(std::cout, options.json, fixing);
     CheckContext context{node, findings, changes};
+    bool concerned = false;
     if (!options.domain.empty()) {
+        // Whoever cannot look into a shared store must not answer for any domain.
         findings.restrictTo([&](const std::string& domain) {
-            return domain == options.domain ||
-                   node.exists("SELECT 1 FROM node_alias WHERE alias=? AND domain=?", {domain, options.domain});
+            const bool its =
+                domain == options.domain ||
+                node.exists("SELECT 1 FROM node_alias WHERE alias=? AND domain=?", {domain, options.domain});
+            concerned = concerned || its;
+            return its || domain.empty();
         });
     }
     findings.begin();
@@ -78,13 +87,9 @@ int lookOver(const Options& options, bool fixing) {
     }
     changes.apply();
     findings.end();
-    if (!options.domain.empty()) {
-        if (!context.tablesLoaded || !context.databasesLoaded) {
-            throw std::runtime_error("a store cannot be read: --check without --domain tells which");
-        }
-        if (!findings.any() && !knows(node, options.domain)) {
-            throw std::runtime_error("this node does not know " + options.domain);
-        }
+    if (!options.domain.empty() && context.tablesLoaded && context.databasesLoaded && !concerned &&
+        !knows(node, options.domain)) {
+        throw std::runtime_error("this node does not know " + options.domain);
     }
     return (fixing ? findings.anyLeft() : findings.any()) ? kFindings : kSuccess;
 }
@@ -104,6 +109,22 @@ int runFix(const Options& options) {
         }
     }
     return lookOver(options, true);
+}
+
+bool isInUse(const std::string& name) {
+    const kavro::FdOwner file(::open(kavro::hashedLockPath(name).c_str(), O_RDONLY | O_CLOEXEC));
+    return !file.empty() && ::flock(file.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+void checkLeftOver(CheckContext& context, const std::string& store, const std::string& path, const std::string& lock,
+                   const char* problem) {
+    if (fileExists(path.c_str()) && !isInUse(lock)) {
+        context.findings.add({store, path, "", problem, "removes it", [path] {
+                                  if (rm_tree(path.c_str()) != 0) {
+                                      kavro::throwSystemError("cannot remove " + path, errno);
+                                  }
+                              }});
+    }
 }
 
 void setRights(const std::string& path, unsigned uid, unsigned gid, unsigned mode) {

@@ -47,6 +47,11 @@ void checkKeys(CheckContext& context);
 /// The mail tree beside the records.
 void checkTree(CheckContext& context);
 
+/// Somebody is at work on what is locked under that name. Takes no lock and makes no lock file.
+bool isInUse(const std::string& name);
+/// The finding of what a killed run left under that name, unless somebody holds that lock; --fix removes it.
+void checkLeftOver(CheckContext& context, const std::string& store, const std::string& path, const std::string& lock,
+                   const char* problem = "a temporary file that was left over");
 /// The finding of a regular file or directory that exists with another owner or mode, which --fix sets.
 void checkRights(CheckContext& context, const std::string& store, const std::string& domain, const std::string& path,
                  const char* user, const char* group, unsigned mode);

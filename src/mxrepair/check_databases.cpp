@@ -12,6 +12,7 @@
 #include "auth/auth_paths.h"
 #include "auth/password_cipher.h"
 #include "handlers/handlers_database.h"
+#include "mxrepair/backup.h"
 #include "mxrepair/check.h"
 #include "mxrepair/init.h"
 #include "process/system_error.h"
@@ -74,6 +75,21 @@ std::string integrityProblem(const std::string& path, const std::vector<const ch
         }
     }
     return {};
+}
+
+/// What --init and --restore make under other names first.
+void checkDrafts(CheckContext& context) {
+    const auto look = [&](const char* store, const std::string& path) {
+        checkLeftOver(context, store, path, kStoresLock);
+    };
+    for (const char* suffix : {".new", ".new-journal"}) {
+        look(kUsers, mailAuthDB + std::string(suffix));
+        look(kHandlers, mh_db_path + std::string(suffix));
+    }
+    look(kUsers, mailAuthKey + std::string(".new"));
+    look(kUsers, restoreDirectory());
+    look(kHandlers, mh_db_path + std::string(kRestoredSuffix));
+    look(kKeys, kDomainKeysDirectory + std::string(kRestoredSuffix));
 }
 
 bool checkDatabase(CheckContext& context, const char* store, const std::string& path,
@@ -214,6 +230,7 @@ void checkDatabaseFiles(CheckContext& context) {
     checkRights(context, kUsers, "", mailAuthDB, kPostfixUser, "root", 0460);
     checkRights(context, kUsers, "", mailAuthKey, kPostfixUser, "root", 0440);
     checkRights(context, kHandlers, "", mh_db_path, "root", kMailUser, 0640);
+    checkDrafts(context);
     const bool users = checkDatabase(context, kUsers, mailAuthDB, {"domains", "users"});
     const bool handlers = checkDatabase(context, kHandlers, mh_db_path, {"handlers"});
     if (users) {
@@ -244,7 +261,7 @@ void checkUsers(CheckContext& context) {
 void checkKeys(CheckContext& context) {
     context.node.query(
         "SELECT domain, EXISTS(SELECT 1 FROM node_domain n WHERE n.domain=k.domain) OR"
-        " EXISTS(SELECT 1 FROM node_alias a WHERE a.alias=k.domain) FROM signing_key k ORDER BY domain",
+        " EXISTS(SELECT 1 FROM node_alias a WHERE a.alias=k.domain), whole FROM signing_key k ORDER BY domain",
         {}, [&](const SqliteStatement& row) {
             const std::string domain = row.text(0);
             const fs::path directory = fs::path(kDomainKeysDirectory) / domain;
@@ -253,6 +270,9 @@ void checkKeys(CheckContext& context) {
             if (context.tablesLoaded && row.number(1) == 0) {
                 context.findings.add({kKeys, directory.string(), domain, "a key of a domain that is not here",
                                       "remove it, if it has gone"});
+            } else if (row.number(2) == 0) {
+                context.findings.add({kKeys, (directory / kKeyFile).string(), domain, "the key is missing or empty",
+                                      "put one there, or remove the directory"});
             }
             boost::system::error_code error;
             for (const fs::directory_entry& entry : fs::directory_iterator(directory, error)) {

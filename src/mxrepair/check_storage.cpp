@@ -157,6 +157,11 @@ private:
                 [this, keptSize, keptCount] { writeQuotaFile(keptSize, keptCount); });
             return;
         }
+        if (status.st_uid != user_.pw_uid || status.st_gid != user_.pw_gid) {
+            add(name, "owner is wrong", "counts the mailbox anew, the limit stays",
+                [this, keptSize, keptCount] { writeQuotaFile(keptSize, keptCount); });
+            return;
+        }
         std::uint64_t realSize = 0;
         std::uint64_t realCount = 0;
         long newest = 0;

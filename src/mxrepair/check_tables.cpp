@@ -1,11 +1,9 @@
 // The lookup tables: their files, and what their records say of each other.
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdint>
 #include <cstring>
 
@@ -15,8 +13,7 @@
 #include "postfix/table_lock.h"
 #include "postfix/tables.h"
 #include "process/descriptors.h"
-#include "process/system_error.h"
-#include "util/lock_file.h"
+#include "util/file_io.h"
 
 namespace mxrepair {
 
@@ -26,24 +23,12 @@ using kavro::FdOwner;
 using kavro::SqliteStatement;
 using namespace kavro::mail::postfix;
 
-/// Somebody is at work on what is locked under that name. Takes no lock and makes no lock file.
-bool isInUse(const std::string& name) {
-    const FdOwner file(::open(kavro::hashedLockPath(name).c_str(), O_RDONLY | O_CLOEXEC));
-    return !file.empty() && ::flock(file.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
-}
-
-void removeFile(const std::string& path) {
-    if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
-        kavro::throwSystemError("cannot remove " + path, errno);
-    }
-}
-
 /// The first page of a hash map names the size of a page and the number of the last one (db_page.h of Berkeley DB). A
 /// file that ends before that page would be read with records missing, and no word about it.
 bool isTruncated(const std::string& path) {
     constexpr off_t kPageSizeAt = 20;
     constexpr off_t kLastPageAt = 32;
-    const FdOwner file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const FdOwner file(kavro::openRegular(path.c_str(), O_RDONLY | O_NOFOLLOW));
     struct stat status {};
     std::uint32_t pageSize = 0;
     std::uint32_t lastPage = 0;
@@ -64,7 +49,7 @@ bool checkCopy(CheckContext& context, const char* table) {
     }
     context.findings.add({mapName(table), copy, "", "a rebuild of the table was cut short",
                           "puts the table back as it was before", [table] { putBackInterruptedRebuild(table); }});
-    return context.findings.fixing();
+    return context.findings.fixing() && !fileExists(copy.c_str());
 }
 
 bool loadOne(CheckContext& context, const char* table) {
@@ -226,10 +211,8 @@ void checkTableFiles(CheckContext& context) {
     for (const char* table : lookupTables()) {
         const std::string source = textSourcePath(table);
         const bool whole = checkCopy(context, table);
-        if (fileExists(source.c_str()) && !isInUse(source)) {
-            context.findings.add({mapName(table), source, "", "a text source that was left over", "removes it",
-                                  [source] { removeFile(source); }});
-        }
+        checkLeftOver(context, mapName(table), source, source, "a text source that was left over");
+        checkLeftOver(context, mapName(table), mapFile(table) + ".before.new", source);
         context.tablesLoaded = whole && loadOne(context, table) && context.tablesLoaded;
     }
 }

@@ -2,17 +2,22 @@
 // changes in few runs.
 #include "mxrepair/document_check.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <boost/filesystem.hpp>
 #include <climits>
-#include <fstream>
+#include <sstream>
 
 #include "mxrepair/mailbox_files.h"
+#include "process/descriptors.h"
 #include "services/domain_keys.h"
 #include "storage/maildirsize.h"
 #include "util/directory_tree.h"
+#include "util/file_io.h"
 
 namespace mxrepair {
 
@@ -96,9 +101,16 @@ long shownLimit(const std::string& domain, const std::string& name) {
 }
 
 bool delivers(const std::string& domain, const std::string& name) {
-    std::ifstream file((homeOf(domain, name) / ".qmail").string());
+    // The mail user could have put anything there.
+    const kavro::FdOwner file(kavro::openRegular((homeOf(domain, name) / ".qmail").c_str(), O_RDONLY | O_NOFOLLOW));
+    std::string text;
+    std::array<char, 4096> chunk;
+    for (ssize_t got = 0; !file.empty() && (got = ::read(file.get(), chunk.data(), chunk.size())) > 0;) {
+        text.append(chunk.data(), static_cast<std::size_t>(got));
+    }
+    std::istringstream lines(text);
     std::string line;
-    while (std::getline(file, line)) {
+    while (std::getline(lines, line)) {
         if (line == "./Maildir/" || line.find("deliverquota") != std::string::npos ||
             line.find("dovecot-lda") != std::string::npos) {
             return true;
@@ -133,8 +145,8 @@ void checkDocuments(CheckContext& context) {
                        kSync};
     });
     context.each(
-        "SELECT a.alias, a.domain FROM doc_alias a JOIN signing_key k ON k.domain=a.domain WHERE NOT EXISTS("
-        "SELECT 1 FROM signing_key o WHERE o.domain=a.alias) ORDER BY a.domain, a.alias",
+        "SELECT a.alias, a.domain FROM doc_alias a JOIN signing_key k ON k.domain=a.domain WHERE k.whole AND"
+        " NOT EXISTS(SELECT 1 FROM signing_key o WHERE o.domain=a.alias AND o.whole) ORDER BY a.domain, a.alias",
         [](const SqliteStatement& row) {
             return Finding{"domain keys", row.text(0), row.text(1), "a domain alias without the domain's key", kSync};
         });

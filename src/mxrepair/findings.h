@@ -22,9 +22,9 @@ struct Finding {
 /// Takes findings as they are made and writes each at once.
 class Findings {
 public:
-    /// `fixing`: what can be mended is mended. A non-empty `domain` (with `belongs` to tell aliases of it) drops the
-    /// findings of other domains and of the node.
+    /// `fixing`: what can be mended is mended.
     Findings(std::ostream& out, bool json, bool fixing) : out_(out), writer_(out), json_(json), fixing_(fixing) {}
+    /// From now on findings of domains that do not belong are dropped; the node's have the empty name.
     void restrictTo(std::function<bool(const std::string& domain)> belongs) { belongs_ = std::move(belongs); }
 
     /// Writes the line; with `fixing`, mends first. A mending that fails is written as such.

@@ -76,15 +76,20 @@ AsMailUser::~AsMailUser() {
     ::setfsgid(gid_);
 }
 
-void makeWholeHome(int root, const std::string& name, const std::string& path, long quota) {
+void makeHomeDirectories(int root, const std::string& name, const std::string& path, bool requiredOnly) {
     const AsMailUser user;
     for (const LayoutEntry& entry : kHomeLayout) {
         // The first one is the home itself.
         const std::string directory = &entry == kHomeLayout.data() ? name : name + '/' + entry.name;
-        if (::mkdirat(root, directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+        if ((entry.required || !requiredOnly) && ::mkdirat(root, directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
             kavro::throwSystemError("cannot make " + path + ", directory " + entry.name, errno);
         }
     }
+}
+
+void makeWholeHome(int root, const std::string& name, const std::string& path, long quota) {
+    makeHomeDirectories(root, name, path, false);
+    const AsMailUser user;
     struct stat attachments {};
     // An empty attachment store has a size, too.
     if (quota >= 0 && ::fstatat(root, (name + "/@attachments").c_str(), &attachments, AT_SYMLINK_NOFOLLOW) == 0) {

@@ -1,4 +1,4 @@
-// The files of one mailname home that are made when they are missing: the delivery file and the quota file.
+// The files of one mailname home that are made when they are missing: directories, delivery file, quota file.
 #pragma once
 
 #include <sys/types.h>
@@ -39,6 +39,8 @@ private:
     gid_t gid_;
 };
 
+/// Makes the directories of a home in an open domain root that are not there. Throws SystemError.
+void makeHomeDirectories(int root, const std::string& name, const std::string& path, bool requiredOnly);
 /// Makes a home that is not there in an open domain root: directories, delivery file, quota file. What another run made
 /// of it stays. The quota is in bytes, -1: none. `path` names the home in errors. Throws SystemError.
 void makeWholeHome(int root, const std::string& name, const std::string& path, long quota);

@@ -38,7 +38,7 @@ constexpr const char* kSchema =
     "CREATE TABLE handler(address TEXT, name TEXT, queue INTEGER, type INTEGER, enabled INTEGER, priority INTEGER,"
     " executable TEXT, context TEXT);"
     "CREATE INDEX handler_address ON handler(address);"
-    "CREATE TABLE signing_key(domain TEXT PRIMARY KEY);"
+    "CREATE TABLE signing_key(domain TEXT PRIMARY KEY, whole INTEGER);"
     "CREATE TABLE root(domain TEXT PRIMARY KEY);"
     "CREATE TABLE home(domain TEXT, name TEXT, PRIMARY KEY(domain, name)) WITHOUT ROWID;"
     "CREATE TABLE saved(path TEXT);"
@@ -234,8 +234,13 @@ void NodeState::loadHandlers() {
 
 void NodeState::loadKeys() {
     execute("BEGIN");
-    Insertion insert(*this, "INSERT INTO signing_key VALUES(?)");
-    eachDirectory(kDomainKeysDirectory, [&insert](const std::string& domain) { insert({domain.c_str()}); });
+    Insertion insert(*this, "INSERT INTO signing_key VALUES(?, ?)");
+    const fs::path top = kDomainKeysDirectory;
+    eachDirectory(top, [&](const std::string& domain) {
+        boost::system::error_code error;
+        const auto size = fs::file_size(top / domain / "default", error);
+        insert({domain.c_str(), !error && size != 0 ? "1" : "0"});
+    });
     execute("COMMIT");
 }
 

@@ -10,7 +10,7 @@
 //   loadUsers     user(name, domain, stored, off)        stored: encrypted, plain or none (never the password itself)
 //                 auth_domain(domain, off)               off: 1 when disabled
 //   loadHandlers  handler(address, name, queue, type, enabled, priority, executable, context)
-//   loadKeys      signing_key(domain)
+//   loadKeys      signing_key(domain, whole)             whole: 0 for a directory without a key in it
 //   loadTree      root(domain)                           directories of the mail storage, links among them: what they
 //                 home(domain, name)                     are is looked at by who wants to know
 //                 saved(path)                            trees that were moved aside

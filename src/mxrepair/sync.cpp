@@ -150,9 +150,11 @@ private:
     std::vector<NewHome> homes_;
 };
 
-/// A home that stands gets the files that it lacks, and its quota.
+/// A home that stands gets the directories and files that it lacks, and its quota.
 void completeHome(Roots& roots, const NewHome& home, Report& report) {
-    makeDeliveryFile(roots.enter(home.domain), home.name + "/.qmail", roots.pathOf(home.name));
+    const int root = roots.enter(home.domain);
+    makeHomeDirectories(root, home.name, roots.pathOf(home.name), true);
+    makeDeliveryFile(root, home.name + "/.qmail", roots.pathOf(home.name));
     if (shownLimit(home.domain, home.name) != expectedLimit(home.domain, home.name, home.quota)) {
         if (store_mbox_quota(home.domain.c_str(), home.name.c_str(), home.quota) == 0) {
             throw std::runtime_error("cannot set the quota of " + home.name + '@' + home.domain);
@@ -279,7 +281,7 @@ void changeHandlers(NodeState& node, Report& report) {
 void changeKeys(NodeState& node, Report& report) {
     node.query(
         "SELECT a.domain, a.alias FROM doc_alias a JOIN signing_key k ON k.domain=a.domain"
-        " WHERE a.alias NOT IN (SELECT domain FROM signing_key) ORDER BY 1, 2",
+        " WHERE k.whole AND a.alias NOT IN (SELECT domain FROM signing_key WHERE whole) ORDER BY 1, 2",
         {}, [&](const SqliteStatement& row) {
             if (clone_domain_key(row.text(0), row.text(1)) != 0) {
                 throw std::runtime_error(std::string("cannot copy the key of ") + row.text(0));

@@ -37,6 +37,9 @@ broken() {
   done <<END
 echo x >$TABLES/virtual|virtual: $TABLES/virtual: a text source that was left over
 cp -p $TABLES/vmailbox.db $TABLES/vmailbox.db.before; : >$TABLES/vmailbox.db|vmailbox: $TABLES/vmailbox.db.before: a rebuild of the table was cut short
+cp $TABLES/virtual.db $TABLES/virtual.db.before.new|virtual: $TABLES/virtual.db.before.new: a temporary file that was left over
+touch $TABLES/passwd_db_key.new|passwd.db: $TABLES/passwd_db_key.new: a temporary file that was left over
+mkdir -p $KEYS.restored/x|domain keys: $KEYS.restored: a temporary file that was left over
 postmap -i hash:$TABLES/virtual <<<"d.test 1"|virtual: d.test: marked as a domain alias, and a domain in virtual_domains: its mail bounces
 postmap -d root@d.test hash:$TABLES/virtual|virtual: root@d.test: standard address is missing
 postmap -d kluser@a2.test hash:$TABLES/virtual|virtual: kluser@a2.test: standard address is missing
@@ -56,6 +59,7 @@ chmod 644 $HOME_OF_INFO/.qmail|mail storage: $HOME_OF_INFO/.qmail: owner or mode
 touch $HOME_OF_INFO/.qmail.tmp|mail storage: $HOME_OF_INFO/.qmail.tmp: a temporary file that was left over
 touch $MAILDIR/tmp/1.4194300.host-maildirsize|mail storage: $MAILDIR/tmp/1.4194300.host-maildirsize: a temporary file that was left over
 rm $MAILDIR/maildirsize|mail storage: $MAILDIR/maildirsize: is missing
+chown root $MAIL_ROOT/d.test/bob/Maildir/maildirsize|mail storage: $MAIL_ROOT/d.test/bob/Maildir/maildirsize: owner is wrong
 echo "10 1" >>$MAIL_ROOT/d.test/bob/Maildir/maildirsize|mail storage: $MAIL_ROOT/d.test/bob/Maildir/maildirsize: shows a usage that is wrong
 echo junk >>$MAIL_ROOT/d.test/bob/Maildir/maildirsize|mail storage: $MAIL_ROOT/d.test/bob/Maildir/maildirsize: is damaged
 rm -r $MAIL_ROOT/d.test/info|mail storage: $HOME_OF_INFO: a mailbox without its home
@@ -80,6 +84,7 @@ sql $AUTH_DB "UPDATE users SET userPassword=NULL WHERE name='sales' AND dom_id=1
 sql $AUTH_DB "INSERT INTO users (name, dom_id, userPassword) SELECT 'gone', dom_id, userPassword FROM users LIMIT 1"|passwd.db: gone@d.test: logins of an address that is not there
 add_handler gone@d.test spam|handlers.db: gone@d.test: handlers of an address that is not there
 add_handler gone@gone.test spam|handlers.db: gone.test: handlers of 1 addresses in a domain that is not here
+rm $KEYS/a1.test/default|domain keys: $KEYS/a1.test/default: the key is missing or empty
 mkdir $KEYS/gone.test|domain keys: $KEYS/gone.test: a key of a domain that is not here
 mkdir -m 750 $MAIL_ROOT/d.test.KavroSaved.9|mail storage: $MAIL_ROOT/d.test.KavroSaved.9: a tree that was moved aside
 mv $MAILDIR /tmp/m; ln -s /tmp/m $MAILDIR|mail storage: $MAILDIR: a link in a directory's place
@@ -131,11 +136,26 @@ $(sed -E 's/: [^:]*: /: /; s/; left.*//; s/does not lead to .*/~/' <<<"$out" | s
   whole() { find /etc /run /var -xdev \( -path /var/log -o -path /var/tmp \) -prune -o -printf '%p %i %m %U:%G %s %T@ %C@\n' | sort; }
   add_handler gone@d.test spam
   chmod 700 $MAIL_ROOT/d.test
+  rm $MAIL_ROOT/d.test/bob/.qmail
+  mkfifo $MAIL_ROOT/d.test/bob/.qmail
   whole >/tmp/whole
   with "$SAMPLE" mxrepair --check --json --wait-stdin
   same "the system" "" "$(diff /tmp/whole <(whole))"
-  same json "1 1" "$status $(sqlite3 :memory: "SELECT json_array_length('${out//\'/}') = 3 AND json_extract('${out//\'/}', '\$[1].fix') LIKE 'sets%'")"
+  same json "1 1" "$status $(sqlite3 :memory: "SELECT json_array_length('${out//\'/}') = 4 AND json_extract('${out//\'/}', '\$[1].fix') LIKE 'sets%'")"
   mxrepair --check --domain=a1.test
+  postmap -r -i hash:$TABLES/virtual <<<'root@a1.test me@elsewhere.test'
+  mv $TABLES/virtual.db $TABLES/virtual.db.before
+  mkfifo $TABLES/virtual.db
+  with "" mxrepair --fix --domain=a1.test
+  same "a table that all share, not put back" "1 1" "$status $(wc -l <<<"$out")"
+  mv $TABLES/virtual.db.before /tmp/virtual.db
+  with "" mxrepair --check --domain=a1.test
+  same "no regular file" "1 1" "$status $(wc -l <<<"$out")"
+  rm $TABLES/virtual.db
+  postmap -i hash:$TABLES/virtual </dev/null
+  mv /tmp/virtual.db $TABLES/virtual.db.before
+  with "" mxrepair --fix --domain=a1.test
+  same "put back, and no record written over" "0 me@elsewhere.test" "$status $(postmap -q root@a1.test hash:$TABLES/virtual)"
   for input in '' '{' 'x' "$SAMPLE $SAMPLE" "$(document d.test e.test) $(document e.test)" '{"domain": {}}'; do
     with "$input" mxrepair --check --wait-stdin
     [ "$status" = 2 ] || { echo "$input: $status"; return 1; }
@@ -144,7 +164,7 @@ $(sed -E 's/: [^:]*: /: /; s/; left.*//; s/does not lead to .*/~/' <<<"$out" | s
   same "no domain of it" "2 mxrepair: this node does not know e.test" "$status $out$err"
   truncate -s 5000 $TABLES/virtual.db
   with "" mxrepair --check --domain=d.test
-  same "half a table" "2 mxrepair: a store cannot be read: --check without --domain tells which" "$status $err"
+  same "half a table" "1 virtual: $TABLES/virtual.db: is truncated" "$status ${out%%;*}$err"
 }
 
 # killed WHERE: --rename-domain of d.test to new.test, killed after its N-th run of postmap, or after the N-th change of

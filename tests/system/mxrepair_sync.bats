@@ -47,8 +47,7 @@ postmaster@a1.test me@elsewhere.test
 END
   postmap -r -i hash:$TABLES/virtual <<<'bob@a1.test other@d.test'
   postmap -d root@a1.test hash:$TABLES/virtual
-  rm $MAIL_ROOT/d.test/info/.qmail
-  rm -r $KEYS/a1.test
+  rm -r $MAIL_ROOT/d.test/info/{.qmail,Maildir/cur} $KEYS/a1.test/default
   with "$(document off.test)" mxadmin --add-domain --domain-name=off.test
   sql $AUTH_DB "INSERT INTO domains (name) VALUES ('off.test')"
   with "$(document off.test)" mxadmin --turn-off-domain --domain-name=off.test
@@ -67,7 +66,6 @@ bob@d.test: not in the document, its home is kept" "$status $out$err"
     printf -- '-virtual: news@%s news@d.test\n' a1.test a2.test
     cat <<END
 -keys: d 755 root:root a2.test
-+keys: d 755 root:root a1.test
 -keys: f 440 root:popuser a2.test/default
 +keys: f 440 root:popuser a1.test/default
 -handlers: help@d.test spam 1
@@ -84,6 +82,7 @@ bob@d.test: not in the document, its home is kept" "$status $out$err"
 -vmailbox: bob@d.test d.test/bob/Maildir/
 +storage: d 750 popuser:popuser new.test
 +storage: f 600 popuser:popuser d.test/info/.qmail
++storage: d 700 popuser:popuser d.test/info/Maildir/cur
 +storage: d.test/info/.qmail: | true~| /usr/lib/dovecot/dovecot-lda -d "\$DELIVERED_TO"~
 -storage: d.test/info/Maildir/maildirsize: 0S,0C~           0           0~
 +storage: d.test/info/Maildir/maildirsize: $((1048576 - $(stat -c %s $MAIL_ROOT/d.test/info/@attachments)))S,0C~           0           0~

@@ -1,6 +1,5 @@
 // checkpassword for Dovecot. What Dovecot is to know goes to its program, checkpassword-reply, in the environment.
 #include <fcntl.h>
-#include <signal.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include "mxcheckpassword/account.h"
 #include "mxcheckpassword/protocols.h"
 #include "mxcheckpassword/secret_input.h"
+#include "process/start_state.h"
 #include "process/system_error.h"
 
 namespace mxcheckpassword {
@@ -109,7 +109,7 @@ int serveCheckpassword(char** command) {
         ::unsetenv("AUTHORIZED");
     }
     setAnswer(*account, authorized);
-    ::signal(SIGPIPE, SIG_DFL);
+    kavro::process::restoreSignalActions();
     ::execvp(command[0], command);
     throw kavro::SystemError(std::string("cannot run ") + command[0], errno);
 }

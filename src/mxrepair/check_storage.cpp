@@ -1,6 +1,5 @@
 // The mail tree: each home's directories and files, and the tree beside the records. What the mail user could have put
 // in the way is looked at by descriptors that follow no links.
-#include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
 #include <signal.h>
@@ -25,6 +24,7 @@
 #include "storage/maildir_usage.h"
 #include "storage/maildirsize.h"
 #include "util/accounts.h"
+#include "util/file_io.h"
 
 namespace mxrepair {
 
@@ -54,7 +54,7 @@ public:
           user_(user),
           domain_(std::move(domain)),
           name_(std::move(name)),
-          path_(fs::path(mailRoot()) / domain_ / name_),
+          path_(kavro::mail::mailboxPath(domain_, name_)),
           home_(openDirectory(root, name_.c_str())) {}
 
     void run() {
@@ -180,20 +180,14 @@ private:
 
     /// Quota files that a process did not live to put in place; their names hold its number.
     void checkTemporaryFiles(int maildir) {
-        FdOwner directory = openDirectory(maildir, "tmp");
-        DIR* const entries = directory.empty() ? nullptr : ::fdopendir(directory.get());
-        if (entries == nullptr) {
-            return;
-        }
-        directory.release();
-        const std::unique_ptr<DIR, int (*)(DIR*)> owner(entries, &::closedir);
-        while (const dirent* entry = ::readdir(entries)) {
+        const kavro::CDirectory directory = kavro::openDirectoryAt(maildir, "tmp");
+        while (const dirent* entry = directory == nullptr ? nullptr : kavro::nextEntry(directory.get())) {
             const std::string name = entry->d_name;
             unsigned pid = 0;
             if (name.ends_with("-maildirsize") && std::sscanf(name.c_str(), "%*u.%u.", &pid) == 1 &&
                 ::kill(static_cast<pid_t>(pid), 0) == -1 && errno == ESRCH) {
                 add("Maildir/tmp/" + name, "a temporary file that was left over", "removes it",
-                    [&] { ::unlinkat(::dirfd(entries), name.c_str(), 0); });
+                    [&] { ::unlinkat(::dirfd(directory.get()), name.c_str(), 0); });
             }
         }
     }
@@ -270,7 +264,7 @@ void checkMissingHomes(CheckContext& context) {
         [&](const SqliteStatement& row) {
             const std::string domain = row.text(0);
             const std::string name = row.text(1);
-            const fs::path path = fs::path(mailRoot()) / domain / name;
+            const fs::path path = kavro::mail::mailboxPath(domain, name);
             Finding finding{kStorage, path.string(), domain, "a mailbox without its home", "makes an empty one"};
             if (row.number(2) != 0 || !formerName(context.node, domain).empty()) {
                 finding.remedy =
@@ -289,7 +283,7 @@ void checkUnusedHomes(CheckContext& context) {
         "SELECT h.domain, h.name FROM home h WHERE NOT EXISTS(SELECT 1 FROM mailname m WHERE m.domain=h.domain"
         " AND m.name=h.name) ORDER BY 1, 2",
         [](const SqliteStatement& row) {
-            return Finding{kStorage, (fs::path(mailRoot()) / row.text(0) / row.text(1)).string(), row.text(0),
+            return Finding{kStorage, kavro::mail::mailboxPath(row.text(0), row.text(1)), row.text(0),
                            "a home without a mailbox record",
                            "run --sync with the domain's document, or remove it when its mail is not wanted"};
         });

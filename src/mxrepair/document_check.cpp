@@ -15,6 +15,7 @@
 #include "mxrepair/mailbox_files.h"
 #include "process/descriptors.h"
 #include "services/domain_keys.h"
+#include "storage/mail_tree.h"
 #include "storage/maildirsize.h"
 #include "util/directory_tree.h"
 #include "util/file_io.h"
@@ -30,7 +31,7 @@ constexpr const char* kSync = "run --sync with this document";
 constexpr const char* kStorage = "mail storage";
 
 fs::path homeOf(const std::string& domain, const std::string& name) {
-    return fs::path(mailRoot()) / domain / name;
+    return kavro::mail::mailboxPath(domain, name);
 }
 
 /// One finding for each domain of a document that nothing here belongs to; it is not compared any further.

@@ -11,6 +11,7 @@
 
 #include "mxrepair/json_writer.h"
 #include "mxrepair/node_state.h"
+#include "storage/mail_tree.h"
 #include "storage/maildirsize.h"
 #include "util/names.h"
 
@@ -84,7 +85,7 @@ std::string loginOf(NodeState& node, const std::string& name, const std::string&
 }
 
 void measure(Mailname& mailname, const std::string& domain) {
-    const std::string maildir = mailRoot() + '/' + domain + '/' + mailname.name + "/Maildir";
+    const std::string maildir = kavro::mail::mailboxPath(domain, mailname.name) + "/Maildir";
     std::uint64_t size = 0;
     std::uint64_t count = 0;
     long sizeLimit = LONG_MAX;

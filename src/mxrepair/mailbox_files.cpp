@@ -12,6 +12,7 @@
 #include <cstdio>
 
 #include "process/descriptors.h"
+#include "process/retry.h"
 #include "process/system_error.h"
 #include "storage/dotqmail.h"
 #include "storage/imap_server.h"
@@ -37,7 +38,7 @@ bool makeFile(int directory, const std::string& name, const std::string& path, c
         }
         kavro::throwSystemError("cannot make " + path, errno);
     }
-    if (::write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+    if (kavro::writeAll(file.get(), text.data(), text.size()) != text.size()) {
         const int error = errno;
         ::unlinkat(directory, name.c_str(), 0);
         kavro::throwSystemError("cannot make " + path, error);

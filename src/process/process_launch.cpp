@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -18,6 +17,7 @@
 #include <utility>
 
 #include "process/retry.h"
+#include "process/start_state.h"
 
 namespace kavro::process {
 
@@ -185,8 +185,7 @@ void runProgram(ChildTask& task, int controlFd) {
         checkedCall("setsid", [] { return ::setsid(); });
     }
     // The caller may ignore them; programs count on being stopped by them.
-    std::signal(SIGPIPE, SIG_DFL);
-    std::signal(SIGXFSZ, SIG_DFL);
+    restoreSignalActions();
     if (!task.beforeExec.empty()) {
         task.beforeExec();
     }

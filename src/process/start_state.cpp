@@ -59,4 +59,9 @@ void normalizeStartState() {
     leaveRemovedDirectory();
 }
 
+void restoreSignalActions() noexcept {
+    ::signal(SIGPIPE, SIG_DFL);
+    ::signal(SIGXFSZ, SIG_DFL);
+}
+
 }  // namespace kavro::process

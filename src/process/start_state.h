@@ -16,4 +16,7 @@ namespace kavro::process {
 /// Throws SystemError.
 void normalizeStartState();
 
+/// Gives the signals that are ignored since then their default actions back: for a child, or before another program.
+void restoreSignalActions() noexcept;
+
 }  // namespace kavro::process

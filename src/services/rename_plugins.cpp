@@ -10,7 +10,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +20,7 @@
 
 #include "process/error_stream.h"
 #include "process/retry.h"
+#include "process/start_state.h"
 #include "util/file_io.h"
 #include "util/log.h"
 
@@ -67,7 +67,7 @@ void flush_all() {
 /// a second time: noexcept makes it a crash of this child. It ends without the exit handlers, which are those of the
 /// parent; what the plug-in printed is written out here.
 [[noreturn]] void run_child(const char* path, const char* old_domain, const char* new_domain) noexcept {
-    std::signal(SIGPIPE, SIG_DFL);
+    kavro::process::restoreSignalActions();
     const int result = RenameDomain(path, old_domain, new_domain);
     flush_all();
     // The parent sees the low eight bits: a plug-in that answers 256 has succeeded.

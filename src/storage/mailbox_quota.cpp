@@ -1,4 +1,4 @@
-// Quota and size of one mailbox, and the quotas that the session mail data decides for many.
+// Done in the home or the Maildir, which is entered by a descriptor and left again.
 #include "storage/mailbox_quota.h"
 
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-// Counting the messages of a mailbox, and the modification times that tell whether messages moved meanwhile.
+// One pass over "new" and "cur" of each folder; modification times tell whether messages moved meanwhile.
 #include "storage/maildir_usage.h"
 
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-// Copying of a file through a temporary neighbour.
+// Through a temporary neighbour that is renamed over the target.
 #include "util/atomic_copy.h"
 
 #include <fcntl.h>

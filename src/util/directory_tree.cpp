@@ -1,5 +1,5 @@
-// Creation, removal and size of directory trees, by descriptors and single names: no path is resolved twice, so a
-// directory that somebody swaps for a link meanwhile leads nowhere.
+// By descriptors and single names: no path is resolved twice, so a directory that somebody swaps for a link meanwhile
+// leads nowhere.
 #include "util/directory_tree.h"
 
 #include <fcntl.h>

@@ -1,4 +1,4 @@
-// The host's fully qualified name, through the resolver.
+// The resolver's canonical name of what gethostname(2) answers.
 #include "util/hostname.h"
 
 #include <netdb.h>

@@ -1,5 +1,5 @@
-// Advisory lock files over flock(2). The files stay: only the kernel's lock on the open file counts, which ends with
-// the process at the latest.
+// By flock(2). The files stay: only the kernel's lock on the open file counts, which ends with the process at the
+// latest.
 #include "util/lock_file.h"
 
 #include <fcntl.h>

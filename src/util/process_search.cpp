@@ -1,4 +1,4 @@
-// Search among the running processes, by the executable links of /proc (proc(5)).
+// By the executable links of /proc (proc(5)).
 #include "util/process_search.h"
 
 #include <time.h>

@@ -1,5 +1,5 @@
-// Byte-range semaphores over fcntl(2) record locks. One descriptor for the whole process: closing any other one of the
-// same file would release all of them.
+// By record locks of fcntl(2). One descriptor for the whole process: closing any other one of the same file would
+// release all of them.
 #include "util/semaphore.h"
 
 #include <fcntl.h>

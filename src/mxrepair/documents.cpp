@@ -35,13 +35,15 @@ constexpr const char* kSchema =
     " UNION ALL SELECT domain, alias, name FROM doc_mail_alias a WHERE NOT EXISTS(SELECT 1 FROM doc_mail m"
     "  WHERE m.domain=a.domain AND m.name=a.alias);";
 
-// A domain whose logins are switched off is switched off; every other one is on. postmap(1) writes keys in lower case.
-// Standard addresses go behind mailnames and aliases of the same name.
+// A domain whose logins are switched off is switched off, and its aliases with it; every other one is on. postmap(1)
+// writes keys in lower case. Standard addresses go behind mailnames and aliases of the same name.
 constexpr const char* kExpected =
     "CREATE TABLE expected(map TEXT, key TEXT, value TEXT, domain TEXT, any_value INTEGER, PRIMARY KEY(key, map))"
     " WITHOUT ROWID;"
     "CREATE TABLE disabled_domain AS SELECT d.domain FROM doc_domain d JOIN auth_domain a ON a.domain=d.domain"
     " WHERE a.off<>0 AND NOT EXISTS(SELECT 1 FROM record r WHERE r.map='virtual_domains' AND r.key=d.domain);"
+    "DELETE FROM doc_alias WHERE domain IN disabled_domain AND NOT EXISTS(SELECT 1 FROM record r"
+    " WHERE r.map='virtual' AND r.key=doc_alias.alias);"
     "INSERT INTO expected SELECT 'virtual_domains', domain, domain || '/', domain, 0 FROM doc_domain"
     " WHERE domain NOT IN disabled_domain;"
     "INSERT INTO expected SELECT 'vmailbox', name || '@' || domain, domain || '/' || name || '/Maildir/', domain, 0"

@@ -55,7 +55,7 @@ END
   echo mail >$MAIL_ROOT/d.test/bob/Maildir/new/1
   echo "&me@elsewhere.test" >$MAIL_ROOT/d.test/bob/.qmail
   remember
-  sync_with "$(document d.test a1.test "info=1MB:sales" other) $(document new.test) $(document off.test)"
+  sync_with "$(document d.test a1.test "info=1MB:sales" other) $(document new.test) $(document off.test gone.test)"
   same report "0 d.test: 1 quotas set, 2 records added, 19 records removed, 4 logins removed, 1 logins copied, 2 addresses without handlers now, 1 keys copied, 1 keys removed
 new.test: 7 records added
 bob@d.test: not in the document, its home is kept" "$status $out$err"
@@ -89,7 +89,7 @@ bob@d.test: not in the document, its home is kept" "$status $out$err"
 END
   } | sort)" "$(changes | sort)"
   remember
-  sync_with "$(document d.test a1.test "info=1MB:sales" other) $(document new.test) $(document off.test)"
+  sync_with "$(document d.test a1.test "info=1MB:sales" other) $(document new.test) $(document off.test gone.test)"
   same "a second run" "0 bob@d.test: not in the document, its home is kept" "$status $out$err$(changes)"
 }
 

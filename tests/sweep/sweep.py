@@ -225,6 +225,10 @@ def calls(words, flags, who):
 LEFT_OVER = re.compile(r"\.(tmp|before|draft|new)\b|-journal|maildirsize\.|/(virtual|vmailbox|virtual_domains|aliases) ")
 
 
+def left_over(now, before, after):
+    return ["left over: " + line for line in now - before - after if line.startswith("file:") and LEFT_OVER.search(line)]
+
+
 def judge_failed(before, after, words, flags, status, said):
     """What is wrong after a failed call; empty: nothing."""
     now = state()
@@ -246,8 +250,7 @@ def judge_failed(before, after, words, flags, status, said):
     surplus = {line for line in now - before - after if not between.match(line)}
     if surplus and not told:
         wrong.append("stray: " + sorted(surplus)[0])
-    if left := [line for line in now - before - after if line.startswith("file:") and LEFT_OVER.search(line)]:
-        wrong.append("left over: " + left[0])
+    wrong += left_over(now, before, after)
     if status == 0 and now != after:
         gap = {line.split(":")[0] for line in now ^ after}
         # A key that cannot be removed is told by its own line alone.
@@ -278,6 +281,7 @@ def judge_killed(before, after, words, flags, undo):
     now = state()
     if lost := (before & after) - now:
         wrong.append("lost: " + sorted(lost)[0])
+    wrong += left_over(now, before, after)
     if choice and now != (before if undo else after):
         wrong.append(f"not {choice[0][2:6]}: {sorted(now ^ (before if undo else after))[:2]} {fixed.stdout[-200:]}")
     # A rename that was finished cannot be given again: its old name is gone.

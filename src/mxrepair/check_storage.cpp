@@ -57,18 +57,24 @@ public:
           path_(kavro::mail::mailboxPath(domain_, name_)),
           home_(openDirectory(root, name_.c_str())) {}
 
-    void run() {
+    /// What has no record need not be a home: nothing is made in it, nor given away.
+    void run(bool recorded) {
         if (home_.empty()) {
             report("", errno == ELOOP || errno == ENOTDIR ? "is no directory, or a link" : std::strerror(errno));
             return;
         }
-        if (!checkHomeLayout()) {
+        if (recorded && !checkHomeLayout()) {
             return;
         }
-        checkDeliveryFile();
+        if (recorded) {
+            checkDeliveryFile();
+        }
+        checkDeliveryDraft();
         const FdOwner maildir = openDirectory(home_.get(), "Maildir");
         if (!maildir.empty()) {
-            checkQuotaFile(maildir.get());
+            if (recorded) {
+                checkQuotaFile(maildir.get());
+            }
             checkTemporaryFiles(maildir.get());
         }
     }
@@ -119,6 +125,10 @@ private:
             add(".qmail", "owner or mode is wrong", "sets popuser:popuser 0600",
                 [this] { setRights((path_ / ".qmail").string(), user_.pw_uid, user_.pw_gid, kDeliveryMode); });
         }
+    }
+
+    void checkDeliveryDraft() {
+        struct stat status {};
         if (::fstatat(home_.get(), ".qmail.tmp", &status, AT_SYMLINK_NOFOLLOW) == 0) {
             add(".qmail.tmp", "a temporary file that was left over", "removes it",
                 [this] { ::unlinkat(home_.get(), ".qmail.tmp", 0); });
@@ -214,10 +224,13 @@ void checkRoot(CheckContext& context, const passwd& user, const std::string& dom
         context.findings.add({kStorage, path.string(), domain, "owner or mode is wrong", "sets popuser:popuser 0750",
                               [domain] { MaildirManager::getInstance().createDomainRoot(domain); }});
     }
-    context.node.query("SELECT name FROM home WHERE domain=? ORDER BY name", {domain}, [&](const SqliteStatement& row) {
-        progress.step();
-        HomeCheck(context, user, root.get(), domain, row.text(0)).run();
-    });
+    context.node.query(
+        "SELECT name, EXISTS(SELECT 1 FROM record r WHERE r.key=h.name || '@' || h.domain AND"
+        " r.map='vmailbox') FROM home h WHERE domain=? ORDER BY name",
+        {domain}, [&](const SqliteStatement& row) {
+            progress.step();
+            HomeCheck(context, user, root.get(), domain, row.text(0)).run(row.number(1) != 0);
+        });
 }
 
 /// Where a domain that has lost its storage may have it: a domain without records whose homes are those of the records.

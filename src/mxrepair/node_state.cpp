@@ -16,6 +16,7 @@
 #include "postfix/tables.h"
 #include "services/domain_keys.h"
 #include "util/config.h"
+#include "util/names.h"
 
 namespace mxrepair {
 
@@ -255,6 +256,10 @@ void NodeState::loadTree() {
         const fs::path root = top / domain;
         if (isSaved(domain)) {
             insertSaved({root.c_str()});
+            return;
+        }
+        // Another file system's "lost+found", say.
+        if (is_domain_name_valid(domain.c_str()) == 0) {
             return;
         }
         insertRoot({domain.c_str()});

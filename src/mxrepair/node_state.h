@@ -11,8 +11,9 @@
 //                 auth_domain(domain, off)               off: 1 when disabled
 //   loadHandlers  handler(address, name, queue, type, enabled, priority, executable, context)
 //   loadKeys      signing_key(domain, whole)             whole: 0 for a directory without a key in it
-//   loadTree      root(domain)                           directories of the mail storage, links among them: what they
-//                 home(domain, name)                     are is looked at by who wants to know
+//   loadTree      root(domain)                           directories of the mail storage whose names can be a domain's,
+//                 home(domain, name)                     links among them: what they are is looked at by who wants to
+//                                                        know
 //                 saved(path)                            trees that were moved aside
 //
 // standard(name) holds the names that every domain answers for. Three views tell what these make together:

@@ -10,6 +10,7 @@ setup() {
   make_sample
   sql $HANDLERS_DB "DELETE FROM handlers WHERE address='info@xd.test'"
   postmap -d x@xd.test hash:$TABLES/vmailbox
+  mkdir -p -m 700 $MAIL_ROOT/lost+found # a file system's, and no domain
   remember
   keep sound
 }
@@ -88,7 +89,7 @@ mkdir $KEYS/gone.test|domain keys: $KEYS/gone.test: a key of a domain that is no
 mkdir -m 750 $MAIL_ROOT/d.test.KavroSaved.9|mail storage: $MAIL_ROOT/d.test.KavroSaved.9: a tree that was moved aside
 mv $MAILDIR /tmp/m; ln -s /tmp/m $MAILDIR|mail storage: $MAILDIR: a link in a directory's place
 ln -sf /etc/passwd $HOME_OF_INFO/.qmail|mail storage: $HOME_OF_INFO/.qmail: is a link, or no regular file
-cp -a $HOME_OF_INFO $MAIL_ROOT/d.test/new|mail storage: $MAIL_ROOT/d.test/new: a home without a mailbox record
+mkdir $MAIL_ROOT/d.test/lost+found|mail storage: $MAIL_ROOT/d.test/lost+found: a home without a mailbox record
 END
 }
 

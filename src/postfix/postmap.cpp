@@ -2,7 +2,6 @@
 // shape that all Postfix tools give their diagnostics: "program: severity: message".
 #include "postfix/postmap.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
 
@@ -16,14 +15,6 @@
 namespace kavro::mail::postfix {
 
 namespace {
-
-/// The pipeline launches with SIGCHLD blocked; postmap shall not inherit that.
-void unblockChildSignal() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGCHLD);
-    sigprocmask(SIG_UNBLOCK, &signals, nullptr);
-}
 
 /// The text from the severity word on; empty for a line of another shape.
 std::string_view severityOf(std::string_view line) {
@@ -72,12 +63,7 @@ PostmapResult runPostmap(const std::vector<std::string>& arguments, const proces
     PostmapResult result;
     process::Parameters<process::PipeProcessFlags> postmap(kPostmap);
     postmap.argv.insert(postmap.argv.end(), arguments.begin(), arguments.end());
-    postmap.beforeExec = [lock] {
-        unblockChildSignal();
-        if (lock != -1) {
-            ::fcntl(lock, F_SETFD, 0);
-        }
-    };
+    postmap.grant = {lock, SIGCHLD};  // the pipeline launches with that signal blocked
     postmap.stderrChannel = {ProcessLaunch::PIPE, process::makeStringReceiver(result.diagnostics)};
 
     process::Pipe pipe(postmap);

@@ -74,7 +74,7 @@ void launch(const Parameters<PipeProcessFlags>& command, int stdinFd, int stdout
     const bool explicitPath = program.starts_with('.') || program.starts_with('/');
     launches.emplace_back(argv.data(), program.c_str(), command.cwd.empty() ? nullptr : command.cwd.c_str(),
                           command.envp, command.closeDescriptors, !explicitPath, false, command.beforeExec, stdinFd,
-                          stdoutFd, selectorOf(command.stderrChannel.fd));
+                          stdoutFd, selectorOf(command.stderrChannel.fd), command.grant);
 }
 
 /// Starts all commands. SIGCHLD is blocked meanwhile: none may end before its id is known to the catcher.

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "process/process_launch.h"
 #include "process/process_set_catcher.h"
 
 namespace kavro::process {
@@ -29,6 +30,7 @@ struct CommonFlags {
     std::string cwd;                    ///< empty: the caller's
     const char* const* envp = nullptr;  ///< null: inherited
     bool closeDescriptors = false;
+    ChildGrant grant;
     boost::function<void()> beforeExec;  ///< runs in the child
     Channel<Consumer> stderrChannel;
 };

@@ -1,5 +1,5 @@
-// One child process, started by fork and exec. Whatever fails in the child before the new program takes over comes
-// back through a control pipe and is thrown in the parent.
+// One child process, started by fork and exec, or by posix_spawn(3) where that does the same faster. Whatever fails in
+// the child before the new program takes over comes back through a control pipe and is thrown in the parent.
 #pragma once
 
 #include <sys/types.h>
@@ -10,6 +10,12 @@
 #include "process/launch_protocol.h"
 
 namespace kavro::process {
+
+/// What a child gets that it would not inherit.
+struct ChildGrant {
+    int descriptor = -1;  ///< one that is marked close-on-exec; -1: none
+    int signal = 0;       ///< one that the caller blocks; 0: none
+};
 
 /// Starts a child in its constructor. The destructor closes descriptors; it neither waits for the child nor signals it.
 /// Output that the caller has buffered in the standard streams and in C streams is written out first. A child that
@@ -22,15 +28,15 @@ public:
     static constexpr int DEV_NULL = -3;  ///< the child gets /dev/null
     static constexpr int PIPE = -4;      ///< a new pipe; this object keeps the parent's end
 
-    /// Forks. `argv` and `envp` are NULL-terminated (`envp` null: inherit), `cwd` null keeps the working directory.
-    /// `closeDescriptors` closes everything above 2 in the child, `searchPath` looks `path` up in PATH, `beforeExec`
-    /// runs in the child last of all; what it throws is reported by waitExec(). Each stream argument is a descriptor
-    /// of the caller's, which stays open, or a selector. The child gets the default actions of SIGPIPE and SIGXFSZ and
-    /// otherwise the caller's signal mask and ignored signals. Throws SystemError, std::invalid_argument for a bad
-    /// selector.
+    /// Starts the child. `argv` and `envp` are NULL-terminated (`envp` null: inherit), `cwd` null keeps the working
+    /// directory. `closeDescriptors` closes everything above 2 in the child, `searchPath` looks `path` up in PATH,
+    /// `beforeExec` runs in the child last of all; what it throws is reported by waitExec(). Each stream argument is a
+    /// descriptor of the caller's, which stays open, or a selector. The child gets the default actions of SIGPIPE and
+    /// SIGXFSZ and otherwise the caller's signal mask and ignored signals. Throws SystemError, std::invalid_argument
+    /// for a bad selector.
     ProcessLaunch(const char* const* argv, const char* path, const char* cwd, const char* const* envp,
                   bool closeDescriptors, bool searchPath, bool callSetsid, const boost::function<void()>& beforeExec,
-                  int stdinFd, int stdoutFd, int stderrFd);
+                  int stdinFd, int stdoutFd, int stderrFd, const ChildGrant& grant = {});
     ProcessLaunch(const ProcessLaunch&) = delete;
     ProcessLaunch& operator=(const ProcessLaunch&) = delete;
 

@@ -6,8 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-#include <csignal>
 
 #include "process/descriptors.h"
 #include "process/retry.h"
@@ -53,15 +51,17 @@ void normalizeStartState() {
     openStandardDescriptors();
     setAction(SIGCHLD, SIG_DFL);
     letThrough(SIGCHLD);
-    setAction(SIGPIPE, SIG_IGN);
-    setAction(SIGXFSZ, SIG_IGN);
+    for (const int signal : kIgnoredSignals) {
+        setAction(signal, SIG_IGN);
+    }
     ::umask(S_IWGRP | S_IWOTH);
     leaveRemovedDirectory();
 }
 
 void restoreSignalActions() noexcept {
-    ::signal(SIGPIPE, SIG_DFL);
-    ::signal(SIGXFSZ, SIG_DFL);
+    for (const int signal : kIgnoredSignals) {
+        ::signal(signal, SIG_DFL);
+    }
 }
 
 }  // namespace kavro::process

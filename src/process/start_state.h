@@ -1,6 +1,9 @@
 // What a program inherits from its caller and cannot rely on, put right in one call.
 #pragma once
 
+#include <array>
+#include <csignal>
+
 namespace kavro::process {
 
 /// To be called first of all in main. The caller may be a daemon, a cron job or a broken script, so:
@@ -15,6 +18,9 @@ namespace kavro::process {
 /// - a working directory that was removed is replaced by "/": programs that we run would fail in it.
 /// Throws SystemError.
 void normalizeStartState();
+
+/// The signals that are ignored from then on: what they would end is an error instead.
+inline constexpr std::array<int, 2> kIgnoredSignals = {SIGPIPE, SIGXFSZ};
 
 /// Gives the signals that are ignored since then their default actions back: for a child, or before another program.
 void restoreSignalActions() noexcept;

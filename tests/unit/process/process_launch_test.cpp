@@ -28,12 +28,13 @@ struct Launch {
     bool searchPath = false;
     boost::function<void()> beforeExec{};
     std::array<int, 3> streams{INHERIT, INHERIT, INHERIT};
+    ChildGrant grant{};
 
     /// What waitExec() throws, and the child's exit status.
     std::string run() const {
         const std::array<const char*, 4> argv{path, "-c", script.c_str(), nullptr};
         ProcessLaunch child(argv.data(), path, cwd, envp, closeDescriptors, searchPath, false, beforeExec, streams[0],
-                            streams[1], streams[2]);
+                            streams[1], streams[2], grant);
         std::string report;
         try {
             child.waitExec();
@@ -96,14 +97,21 @@ TEST(ProcessLaunchTest, ChildGetsItsStreamsAlsoWhereTheNumbersCrossAndTheCallers
         std::signal(SIGPIPE, SIG_IGN);
         std::signal(SIGXFSZ, SIG_IGN);
         const SigBlocker blocker({SIGCHLD});
-        // Bit 16 of the one, bits 24 and 12 of the other, by their hexadecimal digits.
-        Launch{.script =
-                   "exec grep -cE 'SigBlk:.*[13579bdf].{4}$|SigIgn:.*[02468ace]..[02468ace].{3}$' "
-                   "/proc/self/status",
-               .streams = {INHERIT, STDOUT_FILENO, INHERIT}}
-            .run();
+        ::fcntl(STDOUT_FILENO, F_SETFD, 0);
+        ::dup3(STDOUT_FILENO, 9, O_CLOEXEC);
+        // A working directory takes fork. Bit 16 of the one, bits 24 and 12 of the other, by their hexadecimal digits.
+        for (const char* cwd : {static_cast<const char*>(nullptr), "/"}) {
+            for (const int granted : {0, SIGCHLD}) {
+                Launch{.script =
+                           "echo granted >&9; exec grep -cE "
+                           "'SigBlk:.*[13579bdf].{4}$|SigIgn:.*[02468ace]..[02468ace].{3}$' /proc/self/status",
+                       .cwd = cwd,
+                       .grant = {9, granted}}
+                    .run();
+            }
+        }
     });
-    EXPECT_EQ(result.out, "to-err\nkept\n2\n");
+    EXPECT_EQ(result.out, "to-err\nkept\ngranted\n2\ngranted\n1\ngranted\n2\ngranted\n1\n");
     EXPECT_EQ(result.err, "to-out\n");
 }
 

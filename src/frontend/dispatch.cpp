@@ -19,6 +19,7 @@
 #include "process/end_signals.h"
 #include "process/report_exception.h"
 #include "util/log.h"
+#include "util/sqlite_connection.h"
 
 namespace {
 
@@ -84,6 +85,7 @@ int reportingErrors(CommandHandler entry, int argc, char** argv) {
 
 int do_main(int argc, char** argv) {
     const NoCoreDumps meanwhile;
+    const kavro::KeptConnections kept;  // wiped while no core is dumped
     if (argc < 2) {
         mxadmin_commands::wrongUsage("no command specified");
     }

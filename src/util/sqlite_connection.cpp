@@ -3,10 +3,14 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <new>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "util/c_memory.h"
 #include "util/directory_tree.h"
@@ -86,6 +90,59 @@ int flags_of(kavro::SqliteConnection::Access access) {
     }
 }
 
+void close_handle(sqlite3* handle) {
+    repeat_while_busy([handle] { return ::sqlite3_close(handle); }, kNothingToCleanUp);
+}
+
+/// A connection that nobody uses at the moment.
+struct IdleConnection {
+    std::string path;
+    SqliteConnection::Access access;
+    sqlite3* handle;
+};
+/// At most one for each database.
+std::vector<IdleConnection> idle;
+bool keeping = false;
+
+bool is_fit(const IdleConnection& found, SqliteConnection::Access access) {
+    int moved = 1;
+    return (access == SqliteConnection::Access::ReadOnly || found.access != SqliteConnection::Access::ReadOnly) &&
+           ::sqlite3_file_control(found.handle, "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK && moved == 0;
+}
+
+/// Null when none is fit.
+sqlite3* take_idle(std::string_view path, SqliteConnection::Access access) {
+    const auto place =
+        std::find_if(idle.begin(), idle.end(), [path](const IdleConnection& one) { return one.path == path; });
+    if (place == idle.end()) {
+        return nullptr;
+    }
+    const IdleConnection found = std::move(*place);
+    idle.erase(place);
+    if (!is_fit(found, access)) {
+        close_handle(found.handle);
+        return nullptr;
+    }
+    return found.handle;
+}
+
+void keep_or_close(std::string&& path, SqliteConnection::Access access, sqlite3* handle) {
+    const bool sound =
+        ::sqlite3_errcode(handle) == SQLITE_OK && ::sqlite3_get_autocommit(handle) != 0 && !kavro::sqliteLockIsStuck();
+    // Another directory would make another file of a relative path.
+    const bool wanted = keeping && path.starts_with('/') &&
+                        std::none_of(idle.begin(), idle.end(), [&](const auto& one) { return one.path == path; });
+    try {
+        if (sound && wanted) {
+            idle.push_back({std::move(path), access, handle});
+            return;
+        }
+    } catch (const std::bad_alloc&) {
+        // Then it is closed.
+    }
+    close_handle(handle);
+}
+
 }  // namespace
 
 SqliteConnection::~SqliteConnection() {
@@ -95,6 +152,13 @@ SqliteConnection::~SqliteConnection() {
 bool SqliteConnection::open(const char* path, Access access) {
     close();
     configureSqlite();
+    path_ = path;
+    access_ = access;
+    handle_ = take_idle(path_, access);
+    open_ = handle_ != nullptr;
+    if (open_) {
+        return true;
+    }
     // The handle of a failed open knows why it failed and is kept for that.
     const char* layer = sqliteFileLayer();
     open_ = layer != nullptr &&
@@ -136,9 +200,25 @@ void SqliteConnection::close() {
     while (sqlite3_stmt* statement = ::sqlite3_next_stmt(handle_, nullptr)) {
         ::sqlite3_finalize(statement);
     }
-    repeat_while_busy([this] { return ::sqlite3_close(handle_); }, kNothingToCleanUp);
+    if (open_) {
+        keep_or_close(std::move(path_), access_, handle_);
+    } else {
+        close_handle(handle_);
+    }
     handle_ = nullptr;
     open_ = false;
+}
+
+KeptConnections::KeptConnections() noexcept {
+    keeping = true;
+}
+
+KeptConnections::~KeptConnections() {
+    keeping = false;
+    for (const IdleConnection& one : idle) {
+        close_handle(one.handle);
+    }
+    idle.clear();
 }
 
 SqliteStatement::~SqliteStatement() {

@@ -39,7 +39,21 @@ public:
 
 private:
     sqlite3* handle_ = nullptr;  ///< also that of a failed open, for its text
+    std::string path_;
+    Access access_ = Access::ReadOnly;
     bool open_ = false;
+};
+
+/// While it lives, what is closed stays ready behind the scenes, without any lock, for the next who opens the same
+/// file: reading and parsing the schema anew costs more than most statements. A connection is handed over only while
+/// its file still stands under its name, and never within a transaction or after a failure. The destructor closes and
+/// wipes them all. One at a time.
+class KeptConnections {
+public:
+    KeptConnections() noexcept;
+    KeptConnections(const KeptConnections&) = delete;
+    KeptConnections& operator=(const KeptConnections&) = delete;
+    ~KeptConnections();
 };
 
 /// A prepared statement; finalised in the destructor. The connection must outlive it.

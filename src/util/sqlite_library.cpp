@@ -41,6 +41,9 @@ struct OpenDatabase {
 };
 std::vector<OpenDatabase> openDatabases;
 
+/// The database whose lock could not be lowered; null: none.
+const sqlite3_file* stuck = nullptr;
+
 bool is_database_with(std::string_view suffix, std::string_view name) {
     return name.ends_with(suffix) &&
            std::any_of(openDatabases.begin(), openDatabases.end(), [&](const OpenDatabase& database) {
@@ -70,11 +73,16 @@ int sync_file(sqlite3_file* file, int flags) {
     }
 }
 
-/// The read lock is what stays after a change that was committed or rolled back. A lock that cannot be lowered is no
+/// A change that was committed or rolled back leaves the read lock, or none. A lock that cannot be lowered is no
 /// failure of that change: it goes with the connection.
 int unlock_file(sqlite3_file* file, int level) {
     const int result = methods_below(file)->xUnlock(file, level);
-    if (result == SQLITE_OK || level != SQLITE_LOCK_SHARED) {
+    if (result == SQLITE_OK) {
+        stuck = stuck == file && level == SQLITE_LOCK_NONE ? nullptr : stuck;
+        return result;
+    }
+    stuck = file;
+    if (level != SQLITE_LOCK_SHARED) {
         return result;
     }
     kavro_log(KAVRO_LOG_WARNING, "A database's lock cannot be lowered: %s", std::strerror(errno));
@@ -83,6 +91,7 @@ int unlock_file(sqlite3_file* file, int level) {
 
 int close_file(sqlite3_file* file) {
     std::erase_if(openDatabases, [file](const OpenDatabase& database) { return database.file == file; });
+    stuck = stuck == file ? nullptr : stuck;
     return methods_below(file)->xClose(file);
 }
 
@@ -216,6 +225,10 @@ const char* kavro::sqliteFileLayer() {
         return nullptr;
     }
     return layer.zName;
+}
+
+bool kavro::sqliteLockIsStuck() {
+    return stuck != nullptr;
 }
 
 namespace {

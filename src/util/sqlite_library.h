@@ -15,4 +15,7 @@ void configureSqlite();
 /// are refused. Signals interrupt nothing.
 const char* sqliteFileLayer();
 
+/// Whether an open database still holds a lock that could not be given back: closing it is what helps.
+bool sqliteLockIsStuck();
+
 }  // namespace kavro

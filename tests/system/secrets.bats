@@ -13,19 +13,20 @@ setup() {
 }
 teardown() { restore_postmap; }
 
-# cores VARIABLE=PASSWORD: --set-password in the debugger; a core is taken as its handler is entered and as it returns.
+# cores VARIABLE=PASSWORD: --set-password in the debugger; a core is taken as its handler is entered, and as its caller
+# returns, who forbids core dumps until then.
 cores() {
   env "$1" gdb -q -batch -iex 'set startup-with-shell off' -iex 'set disable-randomization off' \
     -iex 'set use-coredump-filter off' -iex 'set dump-excluded-mappings on' \
     -ex 'break mxadmin_commands::setPassword(int, char**)' -ex run -ex 'gcore /tmp/core.entered' \
-    -ex finish -ex 'gcore /tmp/core.returned' -ex continue --args "$(command -v mxadmin)" \
+    -ex finish -ex finish -ex 'gcore /tmp/core.returned' -ex continue --args "$(command -v mxadmin)" \
     --set-password --domain-name=d.test --mailname=info <<<"$SAMPLE" >/tmp/gdb.out 2>&1
   grep -q 'Value returned is .* = 0' /tmp/gdb.out || { cat /tmp/gdb.out; return 1; }
 }
 # holds FILE TEXT: the text, or its end.
 holds() { grep -qaF -- "${2:$((${#2} > 20 ? -20 : 0))}" "$1"; }
 
-@test "no core holds the password when the handler of --set-password returns" {
+@test "no core holds the password when --set-password has come to its end" {
   ! ldd "$(command -v mxadmin)" | grep -q libasan || skip "an instrumented program is too large to dump"
   local password
   for password in "${PASSWORDS[@]}"; do

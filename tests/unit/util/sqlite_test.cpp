@@ -88,6 +88,37 @@ TEST_F(Sqlite, AKilledWritersJournalIsRolledBackForReadersToo) {
     EXPECT_FALSE(reader.execute("INSERT INTO t(v) VALUES('x')"));
 }
 
+TEST_F(Sqlite, AKeptConnectionServesTheFileThatStandsThere) {
+    const auto descriptors = [this] {
+        int found = 0;
+        for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+            std::error_code gone;
+            found += std::filesystem::read_symlink(entry, gone).string().starts_with(database()) ? 1 : 0;
+        }
+        return found;
+    };
+    const auto change = [this](const char* script) {
+        SqliteConnection connection;
+        return connection.open(database().c_str(), SqliteConnection::Access::ReadWrite) && connection.execute(script);
+    };
+    {
+        const kavro::KeptConnections kept;
+        EXPECT_EQ(count(), 0);
+        EXPECT_EQ(descriptors(), 1);
+        EXPECT_TRUE(change("INSERT INTO t(v) VALUES('after a reader')"));
+        EXPECT_TRUE(change("BEGIN; INSERT INTO t(v) VALUES('given up')"));
+        EXPECT_EQ(count(), 1);
+        EXPECT_FALSE(change("BEGIN; INSERT INTO nowhere VALUES(1)"));
+        EXPECT_TRUE(change("BEGIN; COMMIT"));
+        std::filesystem::copy(database(), path("new"));
+        EXPECT_TRUE(change("DELETE FROM t"));
+        std::filesystem::rename(path("new"), database());
+        EXPECT_EQ(count(), 1);
+        EXPECT_EQ(descriptors(), 1);
+    }
+    EXPECT_EQ(descriptors(), 0);
+}
+
 /// What ends a journal of a transaction over several databases: SQLite deletes the file of that name.
 std::string superJournalRecord(const std::string& name) {
     const auto bigEndian = [](std::size_t number) {

@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-
 #include "process/descriptors.h"
 #include "process/retry.h"
 

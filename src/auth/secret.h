@@ -1,7 +1,9 @@
-// Memory for passwords and keys: wiped before it goes back to the heap, by a call that the compiler cannot remove.
+// Memory for passwords and keys: wiped before it goes back to the heap, by a call that the compiler cannot remove, and
+// kept out of core dumps.
 #pragma once
 
 #include <string.h>
+#include <sys/prctl.h>
 
 #include <cstddef>
 #include <cstdlib>
@@ -40,6 +42,19 @@ struct WipeAndFree {
 
 /// Owner of an allocated C string that is a secret.
 using SecretCString = std::unique_ptr<char, WipeAndFree>;
+
+/// No core of this process is dumped while it lives: it would hold the secrets in memory. Programs that are run are not
+/// concerned.
+class NoCoreDumps {
+public:
+    NoCoreDumps() noexcept { ::prctl(PR_SET_DUMPABLE, 0); }
+    NoCoreDumps(const NoCoreDumps&) = delete;
+    NoCoreDumps& operator=(const NoCoreDumps&) = delete;
+    ~NoCoreDumps() { ::prctl(PR_SET_DUMPABLE, former_); }
+
+private:
+    const int former_ = ::prctl(PR_GET_DUMPABLE);
+};
 
 /// Wipes an object of its own when the scope is left, whichever way.
 template <typename Buffer>

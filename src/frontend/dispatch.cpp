@@ -1,8 +1,6 @@
 // Dispatch, and the top-level reports.
 #include "frontend/dispatch.h"
 
-#include <sys/prctl.h>
-
 #include <algorithm>
 #include <cctype>
 #include <chrono>
@@ -13,6 +11,7 @@
 
 #include "auth/auth_paths.h"
 #include "auth/env_password.h"
+#include "auth/secret.h"
 #include "frontend/command_table.h"
 #include "frontend/output.h"
 #include "frontend/usage.h"
@@ -27,19 +26,6 @@ namespace {
     std::cout << "mxadmin " MXADMIN_VERSION "\n";
     exitAfterOutput(kExitSuccess, std::cout);
 }
-
-/// No core is dumped meanwhile: it would hold the password that the environment brought. Programs that are run are not
-/// concerned.
-class NoCoreDumps {
-public:
-    NoCoreDumps() noexcept { ::prctl(PR_SET_DUMPABLE, 0); }
-    NoCoreDumps(const NoCoreDumps&) = delete;
-    NoCoreDumps& operator=(const NoCoreDumps&) = delete;
-    ~NoCoreDumps() { ::prctl(PR_SET_DUMPABLE, former_); }
-
-private:
-    const int former_ = ::prctl(PR_GET_DUMPABLE);
-};
 
 /// One line of the system log for a command that changed something, or tried to: its word, the names that it was given,
 /// its status and how long it took. Lists, texts and quotas are left out.
@@ -84,7 +70,7 @@ int reportingErrors(CommandHandler entry, int argc, char** argv) {
 }  // namespace
 
 int do_main(int argc, char** argv) {
-    const NoCoreDumps meanwhile;
+    const kavro::auth::NoCoreDumps meanwhile;  // of the password that the environment brings
     const kavro::KeptConnections kept;  // wiped while no core is dumped
     if (argc < 2) {
         mxadmin_commands::wrongUsage("no command specified");

@@ -6,6 +6,7 @@
 #include <exception>
 #include <iostream>
 
+#include "auth/secret.h"
 #include "mxcheckpassword/command_line.h"
 #include "mxcheckpassword/protocols.h"
 #include "process/start_state.h"
@@ -19,5 +20,6 @@ int main(int argc, char** argv) {
         return mxcheckpassword::kExitTemporary;
     }
     kavro_log_init(nullptr, KAVRO_LOG_INFO, LOG_MAIL, LOG_PID, "mxcheckpassword");
+    const kavro::auth::NoCoreDumps meanwhile;  // a login's password is in memory
     return mxcheckpassword::run(argc, argv);
 }

@@ -137,6 +137,9 @@ unavailable() { denied "$1" "$2" "${3:-}" "${4:-[UNAVAILABLE] Temporary authenti
     refused "$login" secret
   done
   refused info@d.test "$(printf 'a%.0s' {1..5000})"
+  # While it waits for one: what may leave no core cannot be looked into by its own user either.
+  setpriv --reuid popuser --regid popuser --clear-groups \
+    sh -c 'sleep 1 | mxcheckpassword true 3<&0 & sleep 0.3; cat /proc/$!/environ' 2>&1 | grep -q 'Permission denied'
 }
 
 @test "Courier learns of all accounts, and of trouble" {

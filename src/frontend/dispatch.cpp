@@ -71,7 +71,7 @@ int reportingErrors(CommandHandler entry, int argc, char** argv) {
 
 int do_main(int argc, char** argv) {
     const kavro::auth::NoCoreDumps meanwhile;  // of the password that the environment brings
-    const kavro::KeptConnections kept;  // wiped while no core is dumped
+    const kavro::KeptConnections kept;         // wiped while no core is dumped
     if (argc < 2) {
         mxadmin_commands::wrongUsage("no command specified");
     }

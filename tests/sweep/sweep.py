@@ -36,7 +36,7 @@ KINDS = {
     "pwrite64": ["ENOSPC"], "fsync": ["EIO"], "fdatasync": ["EIO"], "rename": ["EIO"], "renameat": ["EIO"],
     "renameat2": ["EACCES"], "link": ["ENOSPC"], "unlink": ["EACCES"], "unlinkat": ["EACCES"], "mkdir": ["ENOSPC"],
     "mkdirat": ["ENOSPC"], "chown": ["EIO"], "fchown": ["EIO"], "fchownat": ["EIO"], "chmod": ["EIO"],
-    "fchmod": ["EIO"], "fchmodat": ["EIO"], "clone": ["ENOMEM"], "vfork": ["ENOMEM"], "execve": ["EACCES"],
+    "fchmod": ["EIO"], "fchmodat": ["EIO"], "clone": ["ENOMEM"], "clone3": ["ENOMEM"], "execve": ["EACCES"],
     "pipe2": ["EMFILE"], "flock": ["EIO"], "fcntl": ["EIO"], "ftruncate": ["EIO"], "getdents64": ["EIO"],
     "mmap": ["ENOMEM"], "copy_file_range": ["ENOSPC"],
 }
@@ -44,8 +44,8 @@ POSTMAP_KINDS = {kind: KINDS[kind] for kind in ("openat", "read", "pread64", "pw
                                                 "fcntl", "flock", "mmap")}
 CHANGING = ["write", "pwrite64", "fsync", "fdatasync", "ftruncate", "openat", "rename", "renameat", "renameat2", "link",
             "unlink", "unlinkat", "mkdir", "mkdirat", "chown", "fchown", "fchownat", "chmod", "fchmod", "fchmodat",
-            "clone", "copy_file_range"]
-INTERRUPTIBLE = [kind for kind in KINDS if kind not in ("clone", "vfork", "execve", "mmap", "pipe2", "getdents64")]
+            "clone", "clone3", "copy_file_range"]
+INTERRUPTIBLE = [kind for kind in KINDS if kind not in ("clone", "clone3", "execve", "mmap", "pipe2", "getdents64")]
 # Calls that cannot fail so.
 IMPOSSIBLE = {("fail", "postmap"): r"read\(0,|write\([12],", ("interrupt", "self"): r"fcntl\((?!.*SETLK)"}
 

@@ -242,7 +242,8 @@ def judge_failed(before, after, words, flags, status, said):
     if any("unreadable" in line or "damaged" in line for line in now):
         wrong.append("store unreadable")
     # A map that cannot be read postmap makes anew by itself: what it held is in the backup.
-    if stable - now and not (status != 0 and "BDB0134 read" in said):
+    made_anew = status != 0 and "BDB0134 read" in said
+    if stable - now and not made_anew:
         wrong.append("lost: " + sorted(stable - now)[0])
     # A quota file counted anew, a directory of a step that was done, and the domains of a failed --turn-off-domain whose
     # logins are switched off already, before any table is touched, lie between the two states.
@@ -260,7 +261,7 @@ def judge_failed(before, after, words, flags, status, said):
     if status != 0 and "a" in flags and now not in (before, after) and not told:
         wrong.append("half done: " + sorted(now ^ before)[0])
     # What is not all or nothing arrives when it is given again.
-    if status != 0 and "a" not in flags and not wrong:
+    if status != 0 and "a" not in flags and not wrong and not made_anew:
         again = run(words, flags)
         wrong += [] if state() == after else [f"given again: {again}, {sorted(state() ^ after)[:2]}"]
     return wrong

@@ -60,7 +60,7 @@ TEST(ProcessLaunchTest, FailureBeforeTheProgramRunsComesBackAsAnException) {
     EXPECT_EQ(launch.run(), "system: execve: Permission denied: Permission denied, 13, 67");
     launch.cwd = "/etc/passwd";
     EXPECT_EQ(launch.run(), "system: cwd chdir: Not a directory: Not a directory, 20, 67");
-    launch.cwd = nullptr;
+    launch = Launch{};
     launch.beforeExec = [] { throw std::runtime_error(""); };
     EXPECT_EQ(launch.run(), "runtime: an error in child process, 66");
     launch.beforeExec = [] { throw std::bad_alloc(); };

@@ -30,7 +30,7 @@ struct CommonFlags {
     std::string cwd;                    ///< empty: the caller's
     const char* const* envp = nullptr;  ///< null: inherited
     bool closeDescriptors = false;
-    ChildGrant grant;
+    ChildGrant grant;                    ///< cheaper than beforeExec, which takes fork(2)
     boost::function<void()> beforeExec;  ///< runs in the child
     Channel<Consumer> stderrChannel;
 };

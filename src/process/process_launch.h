@@ -32,8 +32,8 @@ public:
     /// directory. `closeDescriptors` closes everything above 2 in the child, `searchPath` looks `path` up in PATH,
     /// `beforeExec` runs in the child last of all; what it throws is reported by waitExec(). Each stream argument is a
     /// descriptor of the caller's, which stays open, or a selector. The child gets the default actions of SIGPIPE and
-    /// SIGXFSZ and otherwise the caller's signal mask and ignored signals. Throws SystemError, std::invalid_argument
-    /// for a bad selector.
+    /// SIGXFSZ and otherwise the caller's signal mask and ignored signals, and what `grant` names, which leaves the
+    /// caller's own as it is. Throws SystemError, std::invalid_argument for a bad selector.
     ProcessLaunch(const char* const* argv, const char* path, const char* cwd, const char* const* envp,
                   bool closeDescriptors, bool searchPath, bool callSetsid, const boost::function<void()>& beforeExec,
                   int stdinFd, int stdoutFd, int stderrFd, const ChildGrant& grant = {});

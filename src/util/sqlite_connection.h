@@ -39,7 +39,7 @@ public:
 
 private:
     sqlite3* handle_ = nullptr;  ///< also that of a failed open, for its text
-    std::string path_;
+    std::string path_;           ///< as it was given, with access_: for whoever opens it next
     Access access_ = Access::ReadOnly;
     bool open_ = false;
 };
